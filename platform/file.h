@@ -1,0 +1,123 @@
+// Files: descriptors, positioned reads and writes, byte-range and open-mode locks, mappings.
+//
+// Locks:
+//   - LockRange/UnlockRange are open-file-description locks (F_OFD_SETLK / F_OFD_SETLKW): they belong
+//     to this File object, not to the process, so closing another descriptor of the same file never
+//     drops them, and two File objects of one process exclude each other like two processes do.
+//     Other xBase engines that use classic POSIX fcntl locks at the same offsets conflict with them.
+//   - ShareLock is flock(): kShared for an ordinary open, kExclusive for an open that must be alone.
+//     It is also the guard behind "this file is open elsewhere" (Windows refuses to delete or replace
+//     a file that another process has open; RemoveFile and ReplaceFile emulate that refusal).
+//   A lock that cannot be had answers Status kBusy. `wait` = true blocks until it can be had.
+//
+// Ownership: a File owns its descriptor and closes it in its destructor, which drops every lock it
+// holds. A File may be used by one thread at a time.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "platform/status.h"
+
+namespace kvd::platform {
+
+enum class OpenMode {
+  kRead,             // existing file, read only
+  kReadWrite,        // existing file, read and write
+  kCreate,           // create or truncate, read and write
+  kCreateExclusive,  // create; Status kExists if it is there already
+};
+
+enum class LockKind { kShared, kExclusive };
+
+class File {
+ public:
+  // Opens `path` (Windows form allowed; see path.h). A missing file answers kNotFound.
+  static Status Open(std::string_view path, OpenMode mode, std::unique_ptr<File>* out);
+  ~File();
+  File(const File&) = delete;
+  File& operator=(const File&) = delete;
+
+  const std::string& path() const { return path_; }  // the host path that was opened
+  bool writable() const { return writable_; }
+
+  // Reads up to n bytes at `offset`; *got is how many were read (short at end of file).
+  Status ReadAt(std::uint64_t offset, void* buf, std::size_t n, std::size_t* got) const;
+  // Reads exactly n bytes or fails with kCorruption ("short read") naming path and offset.
+  Status ReadExactAt(std::uint64_t offset, void* buf, std::size_t n) const;
+  // Writes all n bytes at `offset` (retrying short writes); ENOSPC gives kNoSpace.
+  Status WriteAt(std::uint64_t offset, const void* buf, std::size_t n);
+  Status Size(std::uint64_t* size) const;
+  Status Truncate(std::uint64_t size);
+  Status Sync();  // data and metadata to the disk
+
+  // Byte-range OFD lock; len 0 is not allowed. Re-locking a range this File holds converts it.
+  Status LockRange(std::uint64_t offset, std::uint64_t len, LockKind kind, bool wait);
+  Status UnlockRange(std::uint64_t offset, std::uint64_t len);
+  // True when another open file description holds a conflicting lock on the range (F_OFD_GETLK).
+  Status TestRange(std::uint64_t offset, std::uint64_t len, LockKind kind, bool* held_elsewhere) const;
+
+  // Open-mode lock (flock). Converting kShared to kExclusive that fails keeps the kShared lock.
+  Status ShareLock(LockKind kind, bool wait);
+  Status ShareUnlock();
+
+  // True when `path` names the same file (device and inode) that this File has open, false when the
+  // name was removed or now names another file.
+  Status IsSameFileAs(std::string_view path, bool* same) const;
+
+  int fd() const { return fd_; }  // for Mapping only
+
+ private:
+  File(int fd, std::string path, bool writable) : fd_(fd), path_(std::move(path)), writable_(writable) {}
+  int fd_;
+  std::string path_;
+  bool writable_;
+  // The open-mode lock ShareLock holds on fd_. Kept because a conversion that fails drops the old
+  // flock lock on Linux, and only a File that knows what it held can take it back.
+  enum class Held : unsigned char { kNone, kShared, kExclusive };
+  Held share_held_ = Held::kNone;
+};
+
+// A read-only shared mapping of the first `size` bytes of a File. Because the mapping is shared, a
+// write by any process through any descriptor is seen at once; nothing is cached. The mapping never
+// reaches beyond the end of the file as it was when mapped: call Remap after the file grew.
+// Owned by the caller; must not outlive its File.
+class Mapping {
+ public:
+  Mapping() = default;
+  ~Mapping();
+  Mapping(const Mapping&) = delete;
+  Mapping& operator=(const Mapping&) = delete;
+
+  // Maps [0, size) of `file`; size 0 unmaps.
+  Status Map(const File& file, std::uint64_t size);
+  const std::byte* data() const { return base_; }
+  std::uint64_t size() const { return size_; }
+
+ private:
+  std::byte* base_ = nullptr;
+  std::uint64_t size_ = 0;
+};
+
+// File-system operations by path (Windows form allowed).
+bool FileExists(std::string_view path);       // a regular file
+bool DirectoryExists(std::string_view path);
+// Deletes a file. Refuses with kBusy while any open file description holds a flock on it (another
+// opener, in this or another process), as Windows refuses to delete an open file.
+Status RemoveFile(std::string_view path);
+// Atomically puts `from` in the place of `to` (rename). When `to` exists and is held open elsewhere
+// (a flock by anyone), refuses with kBusy and leaves both files as they were.
+Status ReplaceFile(std::string_view from, std::string_view to);
+Status RenameFile(std::string_view from, std::string_view to);  // no guard; `to` must not exist
+// Copies a file; with fail_if_exists a present target answers kExists. The copy is written to a
+// temporary name in the target's directory, synced, and renamed into place.
+Status CopyFile(std::string_view from, std::string_view to, bool fail_if_exists);
+Status MakeDirectory(std::string_view path);  // one level; kExists if present
+Status RemoveDirectory(std::string_view path);
+// fsync of a directory, so that a rename in it is durable.
+Status SyncDirectory(std::string_view dir);
+
+}  // namespace kvd::platform
