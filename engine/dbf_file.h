@@ -102,6 +102,10 @@ class DbfFile {
   Status BecomeExclusive();
   Status ReturnToShared();
 
+  // Opens the file again by its name, exclusive (after another file was renamed into its place).
+  Status Reopen();
+  const std::string& open_path() const { return open_path_; }
+
   // Rewrites the table keeping the records for which keep(record) is true, through a temporary
   // file renamed into place. The caller has made itself the only opener (BecomeExclusive).
   // Afterwards this object refers to the new file, still exclusive.

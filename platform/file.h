@@ -112,6 +112,9 @@ Status RemoveFile(std::string_view path);
 // (a flock by anyone), refuses with kBusy and leaves both files as they were.
 Status ReplaceFile(std::string_view from, std::string_view to);
 Status RenameFile(std::string_view from, std::string_view to);  // no guard; `to` must not exist
+// Atomically puts `from` in the place of `to` with no guard: for a caller that itself holds the
+// exclusive share lock on `to` (and so knows no one else has it open). Implemented in replace.cc.
+Status ReplaceFileHeld(std::string_view from, std::string_view to);
 // Copies a file; with fail_if_exists a present target answers kExists. The copy is written to a
 // temporary name in the target's directory, synced, and renamed into place.
 Status CopyFile(std::string_view from, std::string_view to, bool fail_if_exists);

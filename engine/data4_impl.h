@@ -1,0 +1,100 @@
+// What stands behind the C handles DATA4St, FIELD4St and the Code4's impl pointer.
+//
+// The record buffer of a DATA4St is in one of three states:
+//
+//   CLEAN      the buffer holds record rec_no as last read (or blanks at eof)
+//   CHANGED    the buffer was changed (f4assign..., d4delete, d4recall, d4changed(1)) and will be
+//              written to record rec_no before the position moves, on d4flush, d4unlock, d4close
+//   APPENDING  d4appendStart began a new record; d4append writes it at the end
+//
+//   CLEAN     -> CHANGED    any field assignment, delete, recall        [MarkChanged]
+//   CHANGED   -> CLEAN      written                                     [FlushRecord]
+//   CHANGED   -> CLEAN      d4changed(0) (the change is kept back), d4refresh (dropped)
+//   any       -> APPENDING  d4appendStart                               [d4appendStart]
+//   APPENDING -> CLEAN      d4append wrote it: rec_no is the new record [d4append]
+//   APPENDING -> CLEAN      a move gives the new record up
+//
+// A move (top, bottom, skip, go) first writes a CHANGED buffer. With lockEnforce set a write needs
+// the record's lock, the whole-table lock, or an exclusive open; without it the write is refused
+// with e4lock, the buffer stays CHANGED, and the move does not happen.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "engine/d4all.h"
+#include "engine/dbf_file.h"
+#include "engine/memo_file.h"
+#include "platform/status.h"
+
+struct FIELD4St {
+  DATA4St* data = nullptr;        // the table that owns this field
+  int index = 0;                  // 0-based position in the table
+  kvd::engine::FieldLayout layout;
+  // Memo fields: the memo of the current record once read, and whether it was changed.
+  bool memo_loaded = false;
+  bool memo_changed = false;
+  std::string memo;               // exact bytes; memo.c_str() gives the terminated form
+  std::string text;               // f4str's terminated copy
+};
+
+enum class BufferState { kClean, kChanged, kAppending };
+
+struct QueuedLock {
+  DATA4St* data;
+  enum class Kind { kRecord, kAppend, kAll } kind;
+  std::uint32_t rec;
+};
+
+struct DATA4St {
+  CODE4* code = nullptr;
+  std::unique_ptr<kvd::engine::DbfFile> dbf;
+  std::unique_ptr<kvd::engine::MemoFile> memo;
+  std::string name;               // as opened, with extension, in the caller's form
+  std::string alias;              // name without directory and extension
+  std::vector<std::unique_ptr<FIELD4St>> fields;
+  std::vector<char> record;       // record_len bytes + a terminating NUL
+  std::vector<char> blank;        // a blank record
+  std::uint32_t rec_no = 0;       // current record; count + 1 at eof; 0 before the first move
+  bool eof = false;
+  bool bof = false;
+  BufferState state = BufferState::kClean;
+  // Locks this table holds.
+  std::vector<std::uint32_t> locked_records;
+  bool append_locked = false;
+  bool all_locked = false;
+};
+
+namespace kvd::engine {
+
+// The engine state behind Code4St::impl.
+struct CodeImpl {
+  std::vector<DATA4St*> tables;   // open tables, owned
+  std::vector<QueuedLock> queued; // d4lockAdd... waiting for code4lock
+  std::string last_detail;        // what the latest error was about
+};
+
+CodeImpl* Impl(CODE4* code);
+// Records an error: sets errorCode and keeps the status text. Returns `err`.
+int SetError(CODE4* code, int err, const Status& why);
+int SetError(CODE4* code, int err, const char* why);
+inline int SetError(CODE4* code, int err, const std::string& why) { return SetError(code, err, why.c_str()); }
+// Maps a status to the engine's number for a failure of kind `context` (e4write, e4open, ...).
+int ErrorFor(const Status& s, int context);
+
+// Record buffer helpers shared by the d4 and f4 calls.
+void MarkChanged(DATA4St* d);
+int FlushRecord(DATA4St* d);          // writes a CHANGED buffer; 0 or an error
+void ResetMemos(DATA4St* d);          // the buffer now holds another record
+int LoadRecord(DATA4St* d, std::uint32_t rec);  // reads rec into the buffer, CLEAN
+bool HoldsRecordLock(const DATA4St* d, std::uint32_t rec);
+// Drops every lock the table holds (after writing a pending record when `flush`).
+int DropLocks(DATA4St* d, bool flush);
+int LockRecordFor(DATA4St* d, std::uint32_t rec, int attempts);
+int LockAppendFor(DATA4St* d);
+int LockAllFor(DATA4St* d);
+int CloseTable(DATA4St* d);           // writes, unlocks, closes, frees; 0 or the first error
+
+}  // namespace kvd::engine

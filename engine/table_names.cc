@@ -1,0 +1,116 @@
+#include "engine/table_names.h"
+
+#include <cctype>
+#include <cstring>
+#include <vector>
+
+#include "engine/dbf_format.h"
+#include "engine/memo_ptr.h"
+#include "platform/file.h"
+#include "platform/path.h"
+
+namespace kvd::engine {
+
+namespace {
+
+// Position of the extension's dot in the name part, or npos.
+std::size_t ExtensionDot(std::string_view name) {
+  const std::size_t start = name.size() - platform::NamePart(name).size();
+  const std::size_t dot = name.rfind('.');
+  if (dot == std::string_view::npos || dot < start) return std::string_view::npos;
+  return dot;
+}
+
+// The fixed names of a compression's two new files: hidden, beside the table.
+std::string PendingName(std::string_view table, const char* what) {
+  return std::string(platform::DirPart(table)) + "." + std::string(platform::NamePart(table)) + ".compress-" + what;
+}
+
+}  // namespace
+
+std::string WithExtension(std::string_view name, std::string_view ext) {
+  if (ExtensionDot(name) != std::string_view::npos) return std::string(name);
+  return std::string(name) + std::string(ext);
+}
+
+std::string_view AliasOf(std::string_view name) {
+  std::string_view n = platform::NamePart(name);
+  const std::size_t dot = n.rfind('.');
+  return dot == std::string_view::npos ? n : n.substr(0, dot);
+}
+
+std::string MemoNameFor(std::string_view table, MemoKind kind) {
+  const std::size_t dot = ExtensionDot(table);
+  std::string base(dot == std::string_view::npos ? table : table.substr(0, dot));
+  bool lower = dot != std::string_view::npos && dot + 1 < table.size() &&
+               std::islower(static_cast<unsigned char>(table[dot + 1]));
+  const char* ext = kind == MemoKind::kDbt ? (lower ? ".dbt" : ".DBT") : (lower ? ".fpt" : ".FPT");
+  return base + ext;
+}
+
+Status CompressMemoFile(DbfFile& dbf, MemoFile& memo, std::string_view table_name) {
+  const std::string new_memo = PendingName(table_name, "fpt");
+  const std::string new_table = PendingName(table_name, "dbf");
+  platform::RemoveFile(new_memo);
+  platform::RemoveFile(new_table);
+
+  std::vector<const FieldLayout*> memo_fields;
+  for (const FieldLayout& f : dbf.fields())
+    if (IsMemoLayout(f)) memo_fields.push_back(&f);
+  std::uint32_t count = 0;
+  KVD_RETURN_IF_ERROR(dbf.RecordCount(&count));
+
+  // Every record's memo pointers, record by record, then the memos copied in that order.
+  std::vector<char> records(static_cast<std::size_t>(count) * dbf.record_len());
+  std::vector<std::uint32_t> blocks;
+  blocks.reserve(static_cast<std::size_t>(count) * memo_fields.size());
+  for (std::uint32_t r = 0; r < count; ++r) {
+    char* rec = records.data() + static_cast<std::size_t>(r) * dbf.record_len();
+    KVD_RETURN_IF_ERROR(dbf.ReadRecord(r + 1, rec));
+    for (const FieldLayout* f : memo_fields) blocks.push_back(ReadMemoPointer(rec + f->offset, f->len));
+  }
+  KVD_RETURN_IF_ERROR(memo.CopyCompact(new_memo, blocks.data(), blocks.size()));
+  std::size_t k = 0;
+  for (std::uint32_t r = 0; r < count; ++r) {
+    char* rec = records.data() + static_cast<std::size_t>(r) * dbf.record_len();
+    for (const FieldLayout* f : memo_fields) WriteMemoPointer(rec + f->offset, f->len, blocks[k++]);
+  }
+
+  // The new table: the old header as it stands, the records with their new pointers, the end mark.
+  {
+    std::vector<char> head(dbf.header_len());
+    KVD_RETURN_IF_ERROR(dbf.file().ReadExactAt(0, head.data(), head.size()));
+    std::unique_ptr<platform::File> out;
+    KVD_RETURN_IF_ERROR(platform::File::Open(new_table, platform::OpenMode::kCreateExclusive, &out));
+    KVD_RETURN_IF_ERROR(out->WriteAt(0, head.data(), head.size()));
+    KVD_RETURN_IF_ERROR(out->WriteAt(head.size(), records.data(), records.size()));
+    const char eof = static_cast<char>(dbf::kEndOfFile);
+    KVD_RETURN_IF_ERROR(out->WriteAt(head.size() + records.size(), &eof, 1));
+    KVD_RETURN_IF_ERROR(out->Sync());
+  }
+  KVD_RETURN_IF_ERROR(platform::ReplaceFileHeld(new_memo, memo.open_path()));
+  KVD_RETURN_IF_ERROR(platform::ReplaceFileHeld(new_table, dbf.open_path()));
+  platform::SyncDirectory(platform::DirPart(dbf.open_path()));
+  KVD_RETURN_IF_ERROR(memo.Reopen());
+  return dbf.Reopen();
+}
+
+void RecoverInterruptedCompress(std::string_view table_name) {
+  const std::string new_table = PendingName(table_name, "dbf");
+  if (!platform::FileExists(new_table)) return;  // the common case: one failed lookup
+  // Only whoever has the table alone may repair it; an opener that cannot get it leaves the repair
+  // to the next one (someone else has the table open and did it, or will).
+  std::unique_ptr<platform::File> guard;
+  if (!platform::File::Open(table_name, platform::OpenMode::kRead, &guard).ok()) return;
+  if (!guard->ShareLock(platform::LockKind::kExclusive, false).ok()) return;
+  const std::string new_memo = PendingName(table_name, "fpt");
+  if (platform::FileExists(new_memo)) {
+    // The crash came before the memo was renamed: the old pair is whole.
+    platform::RemoveFile(new_memo);
+    platform::RemoveFile(new_table);
+  } else {
+    platform::ReplaceFileHeld(new_table, table_name);
+  }
+}
+
+}  // namespace kvd::engine

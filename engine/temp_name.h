@@ -1,0 +1,27 @@
+// Names for files that are written aside and then renamed into place.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <random>
+#include <string>
+#include <string_view>
+
+#include "platform/path.h"
+
+namespace kvd::engine {
+
+// "<dir>.<name>.<tag>-<random>" beside `path`: in the same directory, so that the rename stays on
+// one file system; hidden and random, so that two processes never pick the same temporary file and
+// no table lister takes it for a table.
+inline std::string TempNameBeside(std::string_view path, std::string_view tag) {
+  static std::atomic<std::uint64_t> counter{std::random_device{}()};
+  const std::uint64_t n = counter.fetch_add(0x9E3779B97F4A7C15ull) * 0xBF58476D1CE4E5B9ull;
+  static const char kHex[] = "0123456789abcdef";
+  std::string suffix;
+  for (int i = 0; i < 12; ++i) suffix += kHex[(n >> (4 * i)) & 15];
+  return std::string(platform::DirPart(path)) + "." + std::string(platform::NamePart(path)) + "." +
+         std::string(tag) + "-" + suffix;
+}
+
+}  // namespace kvd::engine

@@ -1,0 +1,123 @@
+// Field values: how numbers and texts are stored, read and converted.
+#include <cstring>
+
+#include "engine/number.h"
+#include "engine_test_util.h"
+
+namespace kvd::test {
+namespace {
+
+class FieldTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    const FIELD4INFO f[] = {{"TXT", 'C', 10, 0, 0}, {"NUM", 'N', 9, 3, 0}, {"INT", 'N', 5, 0, 0},
+                            {"FLAG", 'L', 1, 0, 0}, {"DAY", 'D', 8, 0, 0},  {"WIDE", 'C', 30, 0, 0},
+                            {nullptr, 0, 0, 0, 0}};
+    d = d4create(&e.code, (dir / "f").c_str(), f, nullptr);
+    ASSERT_NE(d, nullptr);
+    d4appendBlank(d);
+  }
+  void TearDown() override { d4close(d); }
+  std::string Raw(const char* name) { return std::string(f4ptr(d4field(d, name)), f4len(d4field(d, name))); }
+
+  TempDir dir;
+  Engine e;
+  DATA4St* d = nullptr;
+};
+
+TEST_F(FieldTest, NumbersStandRightAlignedAndRounded) {
+  f4assignDouble(d4field(d, "NUM"), 1.23456);
+  EXPECT_EQ(Raw("NUM"), "    1.235");
+  f4assignDouble(d4field(d, "NUM"), 2.0005);
+  EXPECT_EQ(Raw("NUM"), "    2.001") << "half rounds away from zero";
+  f4assignDouble(d4field(d, "NUM"), -0.0001);
+  EXPECT_EQ(Raw("NUM"), "    0.000") << "no negative zero";
+  f4assignLong(d4field(d, "NUM"), 42);
+  EXPECT_EQ(Raw("NUM"), "   42.000");
+  f4assignLong(d4field(d, "TXT"), 42);
+  EXPECT_EQ(Raw("TXT"), "        42") << "numbers in character fields are right-aligned too";
+  f4assignInt(d4field(d, "TXT"), -7);
+  EXPECT_EQ(Raw("TXT"), "        -7");
+  f4assignDouble(d4field(d, "TXT"), 3.6);
+  EXPECT_EQ(Raw("TXT"), "         4");
+  f4assignLong(d4field(d, "INT"), 123456);
+  EXPECT_EQ(Raw("INT"), "*****") << "a number that does not fit is marked, not cut";
+  f4assignDouble(d4field(d, "NUM"), 123456.5);
+  EXPECT_EQ(Raw("NUM"), "*********");
+}
+
+TEST_F(FieldTest, NumbersReadFromAnyFieldText) {
+  f4assign(d4field(d, "TXT"), "  -12.75xy");
+  EXPECT_EQ(f4long(d4field(d, "TXT")), -12);
+  EXPECT_DOUBLE_EQ(f4double(d4field(d, "TXT")), -12.75);
+  f4assign(d4field(d, "TXT"), "");
+  EXPECT_EQ(f4long(d4field(d, "TXT")), 0) << "blank reads 0";
+  f4assign(d4field(d, "TXT"), "9999999999");
+  EXPECT_EQ(f4long(d4field(d, "TXT")), 2147483647) << "clamped to the 32-bit range";
+  f4assignDouble(d4field(d, "NUM"), 17.5);
+  EXPECT_DOUBLE_EQ(f4double(d4field(d, "NUM")), 17.5);
+  EXPECT_EQ(f4int(d4field(d, "NUM")), 17);
+}
+
+TEST_F(FieldTest, TextsArePaddedCutAndCopiedRaw) {
+  f4assign(d4field(d, "TXT"), "abc");
+  EXPECT_EQ(Raw("TXT"), "abc       ");
+  f4assign(d4field(d, "TXT"), "0123456789ABC");
+  EXPECT_EQ(Raw("TXT"), "0123456789");
+  const char raw[4] = {'\x01', '\0', '\xff', 'z'};
+  f4assignN(d4field(d, "TXT"), raw, 4);
+  EXPECT_EQ(Raw("TXT"), std::string(raw, 4) + "      ") << "raw bytes, NULs included";
+  char buf[6];
+  f4assign(d4field(d, "TXT"), "hello world");
+  EXPECT_EQ(f4ncpy(d4field(d, "TXT"), buf, sizeof buf), 5u);
+  EXPECT_STREQ(buf, "hello");
+  f4assign(d4field(d, "TXT"), "ab");
+  char big[20];
+  f4ncpy(d4field(d, "TXT"), big, sizeof big);
+  EXPECT_STREQ(big, "ab        ") << "the blanks are kept";
+  f4assignChar(d4field(d, "FLAG"), 'T');
+  EXPECT_TRUE(f4true(d4field(d, "FLAG")));
+  EXPECT_EQ(f4char(d4field(d, "FLAG")), 'T');
+}
+
+TEST_F(FieldTest, AssignFieldConvertsBetweenTypesAndWidths) {
+  f4assign(d4field(d, "WIDE"), "a text longer than ten");
+  f4assignField(d4field(d, "TXT"), d4field(d, "WIDE"));
+  EXPECT_EQ(Raw("TXT"), "a text lon");
+  f4assign(d4field(d, "TXT"), "  12.5");
+  f4assignField(d4field(d, "NUM"), d4field(d, "TXT"));
+  EXPECT_EQ(Raw("NUM"), "   12.500");
+  f4assignDouble(d4field(d, "NUM"), 7.25);
+  f4assignField(d4field(d, "INT"), d4field(d, "NUM"));
+  EXPECT_EQ(Raw("INT"), "    7");
+  f4assignField(d4field(d, "WIDE"), d4field(d, "NUM"));
+  EXPECT_EQ(Raw("WIDE").substr(0, 9), "    7.250");
+  f4assign(d4field(d, "TXT"), "");
+  f4assignField(d4field(d, "NUM"), d4field(d, "TXT"));
+  EXPECT_EQ(Raw("NUM"), "         ") << "a blank number stays blank";
+  f4assignDouble(d4field(d, "NUM"), 99999.0);
+  f4assignField(d4field(d, "INT"), d4field(d, "NUM"));
+  EXPECT_EQ(Raw("INT"), "99999");
+  f4assign(d4field(d, "DAY"), "20260101");
+  f4assignField(d4field(d, "WIDE"), d4field(d, "DAY"));
+  EXPECT_EQ(Raw("WIDE").substr(0, 8), "20260101");
+}
+
+TEST(Number, FormatAndParseEdges) {
+  char out[8];
+  engine::FormatNumber(0.5, 3, 0, out);
+  EXPECT_EQ(std::string(out, 3), "  1");
+  engine::FormatNumber(-2.5, 3, 0, out);
+  EXPECT_EQ(std::string(out, 3), " -3");
+  engine::FormatNumber(1.0 / 0.0, 4, 0, out);
+  EXPECT_EQ(std::string(out, 4), "****");
+  engine::FormatInteger(-123, 3, out);
+  EXPECT_EQ(std::string(out, 3), "***");
+  EXPECT_DOUBLE_EQ(engine::ParseDouble(" 1.5e3 "), 1500.0);
+  EXPECT_DOUBLE_EQ(engine::ParseDouble("+.5"), 0.5);
+  EXPECT_DOUBLE_EQ(engine::ParseDouble("-"), 0.0);
+  EXPECT_EQ(engine::ParseLong("-9999999999"), -2147483647 - 1);
+}
+
+}  // namespace
+}  // namespace kvd::test

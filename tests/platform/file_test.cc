@@ -1,0 +1,297 @@
+// Files, locks and mappings: statuses of failing calls, locks between Files and processes, the
+// guard against removing an open file, and mappings that see other writers.
+#include "platform/file.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstring>
+#include <thread>
+
+#include "platform/env.h"
+#include "platform/sys.h"
+#include "tests/platform/test_dir.h"
+
+namespace kvd::platform {
+namespace {
+
+using testing::Child;
+using testing::ReadWhole;
+using testing::TestDir;
+using testing::WriteWhole;
+using Kind = Status::Kind;
+namespace fs = std::filesystem;
+
+std::unique_ptr<File> OpenOrDie(const std::string& path, OpenMode mode) {
+  std::unique_ptr<File> f;
+  Status s = File::Open(path, mode, &f);
+  EXPECT_TRUE(s.ok()) << s.ToString();
+  return f;
+}
+
+// For a forked child: a File kept open until the child exits.
+File* OpenInChild(const std::string& path) {
+  static std::unique_ptr<File> kept;
+  return File::Open(path, OpenMode::kReadWrite, &kept).ok() ? kept.get() : nullptr;
+}
+
+TEST(StatusTest, ErrnoKindsAndMessages) {
+  const std::pair<int, Kind> cases[] = {
+      {ENOENT, Kind::kNotFound}, {EAGAIN, Kind::kBusy},     {EBUSY, Kind::kBusy},
+      {ENOSPC, Kind::kNoSpace},  {EDQUOT, Kind::kNoSpace},  {EFBIG, Kind::kNoSpace},
+      {EROFS, Kind::kReadOnly},  {EEXIST, Kind::kExists},   {EINVAL, Kind::kInvalidArgument},
+      {EIO, Kind::kIoError},     {EACCES, Kind::kIoError},  // permission; locks map it themselves
+  };
+  for (auto [err, kind] : cases) {
+    Status s = Status::FromErrno(err, "open", "/x/T.DBF");
+    EXPECT_EQ(s.kind(), kind) << "errno " << err;
+    EXPECT_EQ(s.message(), std::string("open /x/T.DBF: ") + std::strerror(err));
+  }
+  Status c = KVD_CORRUPT("T.CDX", 1536, "key outside page");
+  EXPECT_EQ(c.ToString().rfind("Corruption: T.CDX at offset 1536: key outside page (file_test.cc:", 0), 0u)
+      << c.ToString();
+}
+
+TEST(FileTest, OpenModesAndReadOnly) {
+  TestDir dir;
+  ASSERT_TRUE(dir.ok());
+  std::unique_ptr<File> f;
+  EXPECT_TRUE(File::Open(dir / "none.dbf", OpenMode::kRead, &f).IsNotFound());
+  WriteWhole(dir / "t.dbf", "old");
+  EXPECT_EQ(File::Open(dir / "T.DBF", OpenMode::kCreateExclusive, &f).kind(), Kind::kExists);
+  EXPECT_EQ(File::Open(dir.path(), OpenMode::kRead, &f).kind(), Kind::kInvalidArgument);
+
+  f = OpenOrDie(dir / "t.dbf", OpenMode::kRead);
+  EXPECT_EQ(f->WriteAt(0, "x", 1).kind(), Kind::kReadOnly);
+  EXPECT_EQ(f->LockRange(0, 1, LockKind::kExclusive, false).kind(), Kind::kReadOnly);
+  f = OpenOrDie(dir / "t.dbf", OpenMode::kCreate);
+  std::uint64_t size = 1;
+  ASSERT_TRUE(f->Size(&size).ok());
+  EXPECT_EQ(size, 0u);  // kCreate truncated it
+}
+
+TEST(FileTest, ReadPastEndIsCorruptionNamingPathAndOffset) {
+  TestDir dir;
+  ASSERT_TRUE(dir.ok());
+  WriteWhole(dir / "t.dbf", "0123456789");
+  auto f = OpenOrDie(dir / "t.dbf", OpenMode::kRead);
+  char buf[8];
+  std::size_t got = 0;
+  ASSERT_TRUE(f->ReadAt(6, buf, sizeof(buf), &got).ok());
+  EXPECT_EQ(std::string(buf, got), "6789");
+  Status s = f->ReadExactAt(6, buf, sizeof(buf));
+  EXPECT_TRUE(s.IsCorruption());
+  EXPECT_NE(s.message().find(dir / "t.dbf at offset 6: short read"), std::string::npos) << s.message();
+}
+
+TEST(FileTest, InjectedEnospcGivesNoSpace) {
+  TestDir dir;
+  ASSERT_TRUE(dir.ok());
+  auto f = OpenOrDie(dir / "t.dbf", OpenMode::kCreate);
+  SysCallsOverride restore;
+  Sys().pwrite = [](int, const void*, size_t, off_t) -> ssize_t {
+    errno = ENOSPC;
+    return -1;
+  };
+  Status s = f->WriteAt(0, "abc", 3);
+  EXPECT_EQ(s.kind(), Kind::kNoSpace) << s.ToString();
+  EXPECT_NE(s.message().find(f->path()), std::string::npos);
+}
+
+TEST(FileTest, ShortAndInterruptedWritesAreRetried) {
+  TestDir dir;
+  ASSERT_TRUE(dir.ok());
+  auto f = OpenOrDie(dir / "t.dbf", OpenMode::kCreate);
+  {
+    SysCallsOverride restore;
+    Sys().pwrite = [](int fd, const void* buf, size_t n, off_t off) -> ssize_t {
+      static int calls = 0;
+      if (++calls % 2 == 0) {
+        errno = EINTR;
+        return -1;
+      }
+      return ::pwrite(fd, buf, n < 3 ? n : 3, off);
+    };
+    ASSERT_TRUE(f->WriteAt(4, "abcdefghij", 10).ok());
+  }
+  EXPECT_EQ(ReadWhole(dir / "t.dbf"), std::string(4, '\0') + "abcdefghij");
+}
+
+class LockTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(dir_.ok());
+    WriteWhole(path_, "x");
+  }
+  TestDir dir_;
+  std::string path_ = dir_ / "t.dbf";
+};
+
+TEST_F(LockTest, RangeLocksBetweenTwoFilesOfOneProcess) {
+  auto a = OpenOrDie(path_, OpenMode::kReadWrite);
+  auto b = OpenOrDie(path_, OpenMode::kReadWrite);
+  ASSERT_TRUE(a->LockRange(1000, 10, LockKind::kExclusive, false).ok());
+  EXPECT_TRUE(b->LockRange(1009, 4, LockKind::kShared, false).IsBusy());
+  EXPECT_TRUE(b->LockRange(1010, 5, LockKind::kExclusive, false).ok());  // just past a's range
+  bool held = false;
+  ASSERT_TRUE(b->TestRange(1000, 1, LockKind::kShared, &held).ok());
+  EXPECT_TRUE(held);
+  ASSERT_TRUE(a->TestRange(1000, 10, LockKind::kExclusive, &held).ok());
+  EXPECT_FALSE(held);  // a's own lock does not count against a
+
+  // Shared with shared is fine; converting to exclusive is refused only where b shares.
+  ASSERT_TRUE(a->LockRange(1000, 10, LockKind::kShared, false).ok());
+  ASSERT_TRUE(b->LockRange(1005, 5, LockKind::kShared, false).ok());
+  EXPECT_TRUE(a->LockRange(1000, 10, LockKind::kExclusive, false).IsBusy());
+  EXPECT_TRUE(a->LockRange(1000, 5, LockKind::kExclusive, false).ok());
+  ASSERT_TRUE(b->UnlockRange(1005, 5).ok());
+  EXPECT_TRUE(a->LockRange(1000, 10, LockKind::kExclusive, false).ok());
+  EXPECT_EQ(a->LockRange(5, 0, LockKind::kShared, false).kind(), Kind::kInvalidArgument);
+}
+
+TEST_F(LockTest, ClosingAnotherFileKeepsTheLock) {
+  auto a = OpenOrDie(path_, OpenMode::kReadWrite);
+  ASSERT_TRUE(a->LockRange(7, 3, LockKind::kExclusive, false).ok());
+  OpenOrDie(path_, OpenMode::kReadWrite).reset();  // would drop a process-owned record lock
+  auto c = OpenOrDie(path_, OpenMode::kReadWrite);
+  EXPECT_TRUE(c->LockRange(8, 1, LockKind::kExclusive, false).IsBusy());
+  a.reset();
+  EXPECT_TRUE(c->LockRange(8, 1, LockKind::kExclusive, false).ok());
+}
+
+TEST_F(LockTest, RangeLockHeldByAnotherProcess) {
+  Child child([p = path_] {
+    File* f = OpenInChild(p);
+    return f != nullptr && f->LockRange(200, 50, LockKind::kExclusive, false).ok();
+  });
+  ASSERT_TRUE(child.WaitReady());
+  auto f = OpenOrDie(path_, OpenMode::kReadWrite);
+  EXPECT_TRUE(f->LockRange(220, 1, LockKind::kShared, false).IsBusy());
+  bool held = false;
+  ASSERT_TRUE(f->TestRange(249, 10, LockKind::kShared, &held).ok());
+  EXPECT_TRUE(held);
+
+  // A waiting lock is granted once the child exits.
+  const std::uint64_t start = MonotonicMillis();
+  std::thread releaser([&child] {
+    SleepMillis(100);
+    child.Finish();
+  });
+  Status s = f->LockRange(200, 50, LockKind::kExclusive, true);
+  releaser.join();
+  EXPECT_TRUE(s.ok()) << s.ToString();
+  EXPECT_GE(MonotonicMillis() - start, 90u);
+}
+
+TEST_F(LockTest, ShareLockConversionThatFailsKeepsTheSharedLock) {
+  auto a = OpenOrDie(path_, OpenMode::kReadWrite);
+  auto b = OpenOrDie(path_, OpenMode::kRead);
+  ASSERT_TRUE(a->ShareLock(LockKind::kShared, false).ok());
+  ASSERT_TRUE(b->ShareLock(LockKind::kShared, false).ok());
+  EXPECT_TRUE(a->ShareLock(LockKind::kExclusive, false).IsBusy());
+  // b goes; had a lost its shared lock in the failed conversion, c would now get in.
+  b.reset();
+  auto c = OpenOrDie(path_, OpenMode::kReadWrite);
+  EXPECT_TRUE(c->ShareLock(LockKind::kExclusive, false).IsBusy());
+  EXPECT_TRUE(a->ShareLock(LockKind::kExclusive, false).ok());
+  EXPECT_TRUE(c->ShareLock(LockKind::kShared, false).IsBusy());
+  ASSERT_TRUE(a->ShareUnlock().ok());
+  EXPECT_TRUE(c->ShareLock(LockKind::kExclusive, false).ok());
+}
+
+TEST_F(LockTest, RemoveAndReplaceRefusedWhileAnotherOpenerHoldsTheFile) {
+  WriteWhole(path_, "old");
+  WriteWhole(dir_ / "new.dbf", "new");
+  auto holder = OpenOrDie(path_, OpenMode::kRead);
+  ASSERT_TRUE(holder->ShareLock(LockKind::kShared, false).ok());
+  EXPECT_TRUE(RemoveFile(dir_ / "T.DBF").IsBusy());
+  EXPECT_TRUE(ReplaceFile(dir_ / "NEW.DBF", dir_ / "T.DBF").IsBusy());
+  EXPECT_EQ(ReadWhole(path_), "old");
+  EXPECT_EQ(ReadWhole(dir_ / "new.dbf"), "new");
+
+  holder.reset();
+  ASSERT_TRUE(ReplaceFile(dir_ / "NEW.DBF", dir_ / "T.DBF").ok());
+  EXPECT_EQ(ReadWhole(path_), "new");
+  EXPECT_FALSE(fs::exists(dir_ / "new.dbf"));
+  EXPECT_TRUE(RemoveFile(dir_ / "T.DBF").ok());
+  EXPECT_FALSE(fs::exists(path_));
+  EXPECT_TRUE(RemoveFile(path_).IsNotFound());
+}
+
+TEST_F(LockTest, ReplaceHeldSkipsTheGuardForTheHolder) {
+  WriteWhole(dir_ / "new.dbf", "new");
+  auto holder = OpenOrDie(path_, OpenMode::kReadWrite);
+  ASSERT_TRUE(holder->ShareLock(LockKind::kExclusive, false).ok());
+  EXPECT_TRUE(ReplaceFile(dir_ / "new.dbf", path_).IsBusy());  // the holder counts as an opener
+  ASSERT_TRUE(ReplaceFileHeld(dir_ / "NEW.DBF", dir_ / "T.DBF").ok());
+  EXPECT_EQ(ReadWhole(path_), "new");
+}
+
+TEST(FileOpsTest, CopyRenameAndIdentity) {
+  TestDir dir;
+  ASSERT_TRUE(dir.ok());
+  WriteWhole(dir / "a.dbf", "aaaa");
+  WriteWhole(dir / "b.dbf", "bbbb");
+  EXPECT_EQ(RenameFile(dir / "a.dbf", dir / "B.DBF").kind(), Kind::kExists);
+  EXPECT_EQ(CopyFile(dir / "A.DBF", dir / "b.dbf", true).kind(), Kind::kExists);
+  EXPECT_EQ(ReadWhole(dir / "b.dbf"), "bbbb");
+  ASSERT_TRUE(CopyFile(dir / "A.DBF", dir / "b.dbf", false).ok());
+  ASSERT_TRUE(CopyFile(dir / "A.DBF", dir / "c.dbf", true).ok());
+  EXPECT_EQ(ReadWhole(dir / "b.dbf") + ReadWhole(dir / "c.dbf"), "aaaaaaaa");
+  EXPECT_EQ(std::distance(fs::directory_iterator(dir.path()), {}), 3);  // no temporaries left
+
+  auto f = OpenOrDie(dir / "c.dbf", OpenMode::kRead);
+  bool same = false;
+  ASSERT_TRUE(f->IsSameFileAs(dir / "C.DBF", &same).ok());
+  EXPECT_TRUE(same);
+  ASSERT_TRUE(RenameFile(dir / "c.dbf", dir / "d.dbf").ok());
+  WriteWhole(dir / "c.dbf", "other");
+  ASSERT_TRUE(f->IsSameFileAs(dir / "c.dbf", &same).ok());
+  EXPECT_FALSE(same);
+
+  ASSERT_TRUE(MakeDirectory(dir / "Sub").ok());
+  EXPECT_EQ(MakeDirectory(dir / "SUB").kind(), Kind::kExists);
+  EXPECT_TRUE(DirectoryExists(dir / "sub") && !FileExists(dir / "sub") && FileExists(dir / "D.dbf"));
+  EXPECT_TRUE(RemoveDirectory(dir / "sub").ok());
+  EXPECT_FALSE(DirectoryExists(dir / "Sub"));
+}
+
+TEST(MappingTest, SeesWritesOfOtherFilesAndProcessesWithoutRemapping) {
+  TestDir dir;
+  ASSERT_TRUE(dir.ok());
+  WriteWhole(dir / "t.dbf", "abcdefgh");
+  auto f = OpenOrDie(dir / "t.dbf", OpenMode::kRead);
+  Mapping map;
+  ASSERT_TRUE(map.Map(*f, 8).ok());
+  auto writer = OpenOrDie(dir / "T.DBF", OpenMode::kReadWrite);
+  ASSERT_TRUE(writer->WriteAt(2, "XY", 2).ok());
+  EXPECT_EQ(std::memcmp(map.data(), "abXYefgh", 8), 0);
+
+  Child child([p = dir / "t.dbf"] {
+    File* c = OpenInChild(p);
+    return c != nullptr && c->WriteAt(6, "!!", 2).ok();
+  });
+  ASSERT_TRUE(child.WaitReady());
+  EXPECT_EQ(std::memcmp(map.data(), "abXYef!!", 8), 0);
+}
+
+TEST(MappingTest, NeverBeyondEndOfFileAndRemapReplaces) {
+  TestDir dir;
+  ASSERT_TRUE(dir.ok());
+  WriteWhole(dir / "t.dbf", "1234");
+  auto f = OpenOrDie(dir / "t.dbf", OpenMode::kReadWrite);
+  Mapping map;
+  EXPECT_EQ(map.Map(*f, 5).kind(), Kind::kInvalidArgument);
+  ASSERT_TRUE(map.Map(*f, 4).ok());
+  ASSERT_TRUE(f->WriteAt(4, "5678", 4).ok());
+  const std::byte* old = map.data();
+  EXPECT_EQ(map.Map(*f, 16).kind(), Kind::kInvalidArgument);
+  EXPECT_EQ(map.data(), old);  // a failed Map keeps the mapping it had
+  ASSERT_TRUE(map.Map(*f, 8).ok());
+  EXPECT_EQ(std::memcmp(map.data(), "12345678", 8), 0);
+  ASSERT_TRUE(map.Map(*f, 0).ok());
+  EXPECT_TRUE(map.data() == nullptr && map.size() == 0);
+}
+
+}  // namespace
+}  // namespace kvd::platform
