@@ -260,6 +260,12 @@ int f4memoAssign(FIELD4St* field, const char* text);
 int f4memoAssignN(FIELD4St* field, const char* bytes, unsigned len);
 int f4memoSetLen(FIELD4St* field, unsigned len);  /* resize, keeping the start, zero-filling */
 
+/* ---- Inspection (for tools) --------------------------------------------------------------- */
+int d4versionByte(DATA4St* data);          /* the table file's first byte (0x03, 0xF5, 0x30, ...) */
+unsigned d4headerLen(DATA4St* data);       /* bytes before the first record */
+const char* d4memoFileName(DATA4St* data); /* host path of the memo file, "" when none */
+unsigned d4memoBlockSize(DATA4St* data);   /* 0 when no memo file */
+
 /* ---- Utilities ----------------------------------------------------------------------------- */
 /* Puts `ext` (with or without its dot) on `name`: replaces an existing extension when
  * `doReplace` is nonzero, else only adds one to a name without. Fails with e4len when the result

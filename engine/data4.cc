@@ -306,6 +306,11 @@ unsigned long d4recWidthLow(DATA4St* d) { return d4recWidth(d); }
 char* d4record(DATA4St* d) { return d ? d->record.data() : nullptr; }
 char* d4recordLow(DATA4St* d) { return d4record(d); }
 
+int d4versionByte(DATA4St* d) { return d ? d->dbf->version() : 0; }
+unsigned d4headerLen(DATA4St* d) { return d ? d->dbf->header_len() : 0; }
+const char* d4memoFileName(DATA4St* d) { return d && d->memo ? d->memo->path().c_str() : ""; }
+unsigned d4memoBlockSize(DATA4St* d) { return d && d->memo ? d->memo->block_size() : 0; }
+
 long d4recCount(DATA4St* d) {
   if (!d) return e4parm;
   std::uint32_t n = 0;
