@@ -118,12 +118,8 @@ typedef struct Code4St {
   void* impl;        /* engine-owned: open tables and queued locks */
 } Code4St;
 
-#ifdef __cplusplus
-typedef Code4St CODE4;
-#else
 typedef Code4St CODE4;
 typedef Code4St Code4;
-#endif
 
 /* ---- The state ---------------------------------------------------------------------------- */
 /* Makes the state; `defaultPath`, `version` and `structSize` are accepted and ignored. The defaults:
