@@ -337,7 +337,8 @@ static int BeforeMove(DATA4St* d) {
   return FlushRecord(d);
 }
 
-int d4top(DATA4St* d) {
+// Goes to the first (`last` false) or the last record in record order.
+static int GoEnd(DATA4St* d, bool last) {
   if (!d) return e4parm;
   if (int rc = BeforeMove(d)) return rc;
   long count = d4recCount(d);
@@ -347,21 +348,11 @@ int d4top(DATA4St* d) {
     d->bof = true;
     return GoEof(d, 0);
   }
-  return LoadRecord(d, 1);
+  return LoadRecord(d, last ? static_cast<std::uint32_t>(count) : 1);
 }
 
-int d4bottom(DATA4St* d) {
-  if (!d) return e4parm;
-  if (int rc = BeforeMove(d)) return rc;
-  long count = d4recCount(d);
-  if (count < 0) return static_cast<int>(count);
-  d->bof = d->eof = false;
-  if (count == 0) {
-    d->bof = true;
-    return GoEof(d, 0);
-  }
-  return LoadRecord(d, static_cast<std::uint32_t>(count));
-}
+int d4top(DATA4St* d) { return GoEnd(d, false); }
+int d4bottom(DATA4St* d) { return GoEnd(d, true); }
 
 int d4skip(DATA4St* d, long n) {
   if (!d) return e4parm;

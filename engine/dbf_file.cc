@@ -344,20 +344,7 @@ Status DbfFile::Create(std::string_view path, std::span<const FieldLayout> in_fi
   const bool has_memo = std::any_of(fields.begin(), fields.end(), [](const FieldLayout& f) { return f.type == 'M'; });
   std::vector<unsigned char> h = BuildHeader(fields, record_len, 0, has_memo);
   h.push_back(dbf::kEndOfFile);
-  const std::string tmp = TempNameBeside(path, "new");
-  {
-    std::unique_ptr<platform::File> f;
-    KVD_RETURN_IF_ERROR(platform::File::Open(tmp, platform::OpenMode::kCreateExclusive, &f));
-    Status s = f->WriteAt(0, h.data(), h.size());
-    if (!s.ok()) {
-      f.reset();
-      platform::RemoveFile(tmp);
-      return s;
-    }
-  }
-  Status s = platform::ReplaceFile(tmp, path);
-  if (!s.ok()) platform::RemoveFile(tmp);
-  return s;
+  return WriteNewFile(path, h.data(), h.size());
 }
 
 Status DbfFile::RewriteWith(const std::vector<std::uint32_t>& keep_recs) {

@@ -47,20 +47,7 @@ Status MemoFile::Create(std::string_view path) {
   const std::uint32_t first = (fpt::kHeaderSize + fpt::kDefaultBlockSize - 1) / fpt::kDefaultBlockSize;
   PutBE32(h + fpt::kOffNextFree, first);
   PutBE16(h + fpt::kOffBlockSize, fpt::kDefaultBlockSize);
-  const std::string tmp = TempNameBeside(path, "new");
-  {
-    std::unique_ptr<platform::File> f;
-    KVD_RETURN_IF_ERROR(platform::File::Open(tmp, platform::OpenMode::kCreateExclusive, &f));
-    Status s = f->WriteAt(0, h, sizeof h);
-    if (!s.ok()) {
-      f.reset();
-      platform::RemoveFile(tmp);
-      return s;
-    }
-  }
-  Status s = platform::ReplaceFile(tmp, path);
-  if (!s.ok()) platform::RemoveFile(tmp);
-  return s;
+  return WriteNewFile(path, h, sizeof h);
 }
 
 std::uint32_t MemoFile::BlocksFor(std::size_t len) const {

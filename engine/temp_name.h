@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/file.h"
 #include "platform/path.h"
 
 namespace kvd::engine {
@@ -22,6 +23,25 @@ inline std::string TempNameBeside(std::string_view path, std::string_view tag) {
   for (int i = 0; i < 12; ++i) suffix += kHex[(n >> (4 * i)) & 15];
   return std::string(platform::DirPart(path)) + "." + std::string(platform::NamePart(path)) + "." +
          std::string(tag) + "-" + suffix;
+}
+
+// Writes `bytes` as a new file under a temporary name beside `path` and puts it in place of `path`
+// (refused with kBusy, nothing changed, while another opener holds the old file).
+inline Status WriteNewFile(std::string_view path, const void* bytes, std::size_t n) {
+  const std::string tmp = TempNameBeside(path, "new");
+  {
+    std::unique_ptr<platform::File> f;
+    KVD_RETURN_IF_ERROR(platform::File::Open(tmp, platform::OpenMode::kCreateExclusive, &f));
+    Status s = f->WriteAt(0, bytes, n);
+    if (!s.ok()) {
+      f.reset();
+      platform::RemoveFile(tmp);
+      return s;
+    }
+  }
+  Status s = platform::ReplaceFile(tmp, path);
+  if (!s.ok()) platform::RemoveFile(tmp);
+  return s;
 }
 
 }  // namespace kvd::engine
