@@ -18,8 +18,7 @@ void MarkChanged(DATA4St* d) {
 }
 
 void ResetMemos(DATA4St* d) {
-  for (auto& f : d->fields) {
-    if (!IsMemoField(*f)) continue;
+  for (FIELD4St* f : d->memo_fields) {
     f->memo_loaded = false;
     f->memo_changed = false;
     f->memo.clear();
@@ -53,8 +52,8 @@ static bool MayWrite(const DATA4St* d, std::uint32_t rec) {
 
 // Writes changed memos into the memo file and their block numbers into the buffer.
 static int StoreMemos(DATA4St* d, bool fresh_blocks) {
-  for (auto& f : d->fields) {
-    if (!IsMemoField(*f) || !f->memo_changed) continue;
+  for (FIELD4St* f : d->memo_fields) {
+    if (!f->memo_changed) continue;
     if (!d->memo) return SetError(d->code, e4memo, "table has memo fields but no memo file");
     char* ptr = d->record.data() + f->layout.offset;
     std::uint32_t old_block = fresh_blocks ? 0 : ReadMemoPointer(ptr, f->layout.len);
@@ -155,6 +154,7 @@ static DATA4St* Adopt(CODE4* code, std::unique_ptr<DbfFile> dbf, std::unique_ptr
     f->data = d.get();
     f->index = static_cast<int>(i);
     f->layout = layout[i];
+    if (IsMemoField(*f)) d->memo_fields.push_back(f.get());
     d->fields.push_back(std::move(f));
   }
   d->record.assign(dbf->record_len() + 1, ' ');
@@ -407,8 +407,7 @@ int d4appendStart(DATA4St* d, int useMemoEntries) {
   if (int rc = BeforeMove(d)) return rc;
   // The buffer keeps its contents. Memo fields never share blocks between two records: a kept memo
   // is written anew for the new record, or the new record starts without it.
-  for (auto& f : d->fields) {
-    if (!IsMemoField(*f)) continue;
+  for (FIELD4St* f : d->memo_fields) {
     if (useMemoEntries && d->memo) {
       if (!f->memo_loaded) {
         Status s = d->memo->Read(ReadMemoPointer(d->record.data() + f->layout.offset, f->layout.len), &f->memo);
@@ -480,8 +479,7 @@ void d4blank(DATA4St* d) {
   const char del = d->record[0];
   std::memcpy(d->record.data(), d->blank.data(), d->blank.size());
   d->record[0] = del;
-  for (auto& f : d->fields) {
-    if (!IsMemoField(*f)) continue;
+  for (FIELD4St* f : d->memo_fields) {
     f->memo.clear();
     f->memo_loaded = true;
     f->memo_changed = d->state != BufferState::kAppending;

@@ -55,6 +55,7 @@ struct DATA4St {
   std::string name;               // as opened, with extension, in the caller's form
   std::string alias;              // name without directory and extension
   std::vector<std::unique_ptr<FIELD4St>> fields;
+  std::vector<FIELD4St*> memo_fields; // the fields among them that hold memo block numbers
   std::vector<char> record;       // record_len bytes + a terminating NUL
   std::vector<char> blank;        // a blank record
   std::uint32_t rec_no = 0;       // current record; count + 1 at eof; 0 before the first move

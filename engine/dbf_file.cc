@@ -201,16 +201,13 @@ Status DbfFile::AppendRecord(const char* in, std::uint32_t* rec) {
   if (count >= kMaxRecords) return Status::NoSpace("table is full: " + file_->path());
   // The record and the end mark first, then the count: a reader that sees the new count finds the
   // record already there.
-  std::vector<char> buf(record_len_ + 1);
-  std::memcpy(buf.data(), in, record_len_);
-  buf[record_len_] = static_cast<char>(dbf::kEndOfFile);
+  append_buf_.resize(record_len_ + 1);
+  std::memcpy(append_buf_.data(), in, record_len_);
+  append_buf_[record_len_] = static_cast<char>(dbf::kEndOfFile);
   const std::uint64_t off = header_len_ + static_cast<std::uint64_t>(count) * record_len_;
-  KVD_RETURN_IF_ERROR(file_->WriteAt(off, buf.data(), buf.size()));
+  KVD_RETURN_IF_ERROR(file_->WriteAt(off, append_buf_.data(), append_buf_.size()));
   unsigned char head[7];
-  platform::LocalTime now = platform::NowLocal();
-  head[0] = static_cast<unsigned char>(now.year % 100);
-  head[1] = static_cast<unsigned char>(now.month);
-  head[2] = static_cast<unsigned char>(now.day);
+  std::memcpy(head, Today(), 3);
   PutLE32(head + 3, count + 1);
   KVD_RETURN_IF_ERROR(file_->WriteAt(dbf::kOffDate, head, sizeof head));
   date_touched_ = true;
@@ -218,12 +215,21 @@ Status DbfFile::AppendRecord(const char* in, std::uint32_t* rec) {
   return Status::Ok();
 }
 
+const unsigned char* DbfFile::Today() {
+  const std::uint64_t now = platform::MonotonicMillis();
+  if (today_at_ == 0 || now - today_at_ > 60000) {
+    const platform::LocalTime t = platform::NowLocal();
+    today_[0] = static_cast<unsigned char>(t.year % 100);
+    today_[1] = static_cast<unsigned char>(t.month);
+    today_[2] = static_cast<unsigned char>(t.day);
+    today_at_ = now ? now : 1;
+  }
+  return today_;
+}
+
 Status DbfFile::TouchDate() {
   if (date_touched_) return Status::Ok();
-  platform::LocalTime now = platform::NowLocal();
-  unsigned char d[3] = {static_cast<unsigned char>(now.year % 100), static_cast<unsigned char>(now.month),
-                        static_cast<unsigned char>(now.day)};
-  KVD_RETURN_IF_ERROR(file_->WriteAt(dbf::kOffDate, d, sizeof d));
+  KVD_RETURN_IF_ERROR(file_->WriteAt(dbf::kOffDate, Today(), 3));
   date_touched_ = true;
   return Status::Ok();
 }

@@ -131,6 +131,10 @@ class DbfFile {
   bool read_only_ = false;
   bool exclusive_ = false;
   bool date_touched_ = false;
+  std::vector<char> append_buf_;        // record + end mark, reused by every append
+  unsigned char today_[3] = {0, 0, 0};  // header date bytes, refreshed once a minute
+  std::uint64_t today_at_ = 0;          // when today_ was taken (monotonic ms), 0 = never
+  const unsigned char* Today();
 };
 
 template <typename Keep>
