@@ -1,0 +1,183 @@
+#include "engine/cdx_page.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "engine/codec.h"
+
+namespace kvd::engine {
+
+namespace {
+
+unsigned BitsFor(std::uint64_t v) {
+  unsigned b = 0;
+  while (v) {
+    ++b;
+    v >>= 1;
+  }
+  return b;
+}
+
+// Leading bytes key b shares with key a.
+unsigned SharedPrefix(const std::string& a, const std::string& b) {
+  unsigned n = 0;
+  while (n < a.size() && n < b.size() && a[n] == b[n]) ++n;
+  return n;
+}
+
+unsigned TrailingFill(const std::string& k, unsigned char fill) {
+  unsigned n = 0;
+  while (n < k.size() && static_cast<unsigned char>(k[k.size() - 1 - n]) == fill) ++n;
+  return n;
+}
+
+struct LeafWidths {
+  unsigned rn, dc, tc, e;
+};
+
+// Widths for a leaf: the duplicate and trailing counts get as many bits as the key length needs,
+// the record number the rest of the smallest whole number of bytes that holds the largest record
+// number present.
+LeafWidths ChooseWidths(std::uint32_t max_recno, unsigned key_len) {
+  LeafWidths w;
+  w.dc = w.tc = std::max(1u, BitsFor(key_len));
+  const unsigned need = std::max(1u, BitsFor(max_recno));
+  w.e = (need + w.dc + w.tc + 7) / 8;
+  w.rn = 8 * w.e - w.dc - w.tc;
+  return w;
+}
+
+}  // namespace
+
+unsigned LeafEntryWidth(std::uint32_t max_recno, unsigned key_len) { return ChooseWidths(max_recno, key_len).e; }
+
+unsigned LeafOwnBytes(const std::string* prev, const std::string& key, const CdxKeyFormat& fmt) {
+  const unsigned trail = TrailingFill(key, fmt.fill);
+  unsigned dup = prev ? SharedPrefix(*prev, key) : 0;
+  if (dup + trail > fmt.key_len) dup = fmt.key_len - trail;
+  return fmt.key_len - dup - trail;
+}
+
+std::size_t LeafBytes(const std::vector<CdxEntry>& entries, std::size_t first, std::size_t count,
+                      const CdxKeyFormat& fmt) {
+  std::uint32_t max_rec = 0;
+  std::size_t text = 0;
+  for (std::size_t i = first; i < first + count; ++i) {
+    max_rec = std::max(max_rec, entries[i].recno);
+    const std::string& k = entries[i].key;
+    const unsigned trail = TrailingFill(k, fmt.fill);
+    unsigned dup = i == first ? 0 : SharedPrefix(entries[i - 1].key, k);
+    if (dup + trail > fmt.key_len) dup = fmt.key_len - trail;
+    text += fmt.key_len - dup - trail;
+  }
+  return cdx::kLeafHead + count * ChooseWidths(max_rec, fmt.key_len).e + text;
+}
+
+Status DecodeCdxPage(const unsigned char* p, std::uint32_t offset, const CdxKeyFormat& fmt,
+                     std::uint64_t file_size, std::string_view file, CdxPage* out) {
+  out->offset = offset;
+  out->attr = GetLE16(p + cdx::kOffAttr);
+  const unsigned count = GetLE16(p + cdx::kOffCount);
+  out->left = GetLE32(p + cdx::kOffLeft);
+  out->right = GetLE32(p + cdx::kOffRight);
+  out->entries.clear();
+  if (out->attr > 3) return KVD_CORRUPT(file, offset, "index page with unknown attributes");
+  const unsigned klen = fmt.key_len;
+  if (klen == 0 || klen > cdx::kMaxKeyLen) return KVD_CORRUPT(file, offset, "index key length out of range");
+
+  if (!out->leaf()) {
+    if (cdx::kInteriorHead + static_cast<std::size_t>(count) * (klen + 8) > cdx::kPageSize)
+      return KVD_CORRUPT(file, offset + cdx::kOffCount, "interior page holds more entries than fit");
+    if (count == 0) return KVD_CORRUPT(file, offset + cdx::kOffCount, "interior page without entries");
+    out->entries.resize(count);
+    const unsigned char* e = p + cdx::kInteriorHead;
+    for (unsigned i = 0; i < count; ++i, e += klen + 8) {
+      CdxEntry& x = out->entries[i];
+      x.key.assign(reinterpret_cast<const char*>(e), klen);
+      x.recno = GetBE32(e + klen);
+      x.child = GetBE32(e + klen + 4);
+      if (x.child % cdx::kPageSize != 0 || x.child < cdx::kPageSize ||
+          static_cast<std::uint64_t>(x.child) + cdx::kPageSize > file_size)
+        return KVD_CORRUPT(file, offset + (e - p) + klen + 4, "child page outside the index file");
+    }
+    return Status::Ok();
+  }
+
+  const unsigned rn = p[cdx::kOffRecBits], dc = p[cdx::kOffDupBits], tc = p[cdx::kOffTrailBits];
+  const unsigned ebytes = p[cdx::kOffEntryBytes];
+  if (ebytes == 0 || ebytes > 8 || rn == 0 || rn > 32 || dc > 16 || tc > 16 || rn + dc + tc > 8 * ebytes)
+    return KVD_CORRUPT(file, offset + cdx::kOffRecBits, "leaf entry widths out of range");
+  const std::size_t entries_end = cdx::kLeafHead + static_cast<std::size_t>(count) * ebytes;
+  if (entries_end > cdx::kPageSize) return KVD_CORRUPT(file, offset + cdx::kOffCount, "leaf holds more entries than fit");
+  out->entries.resize(count);
+  std::size_t text_pos = cdx::kPageSize;
+  const std::uint64_t rmask = (rn == 64 ? ~0ull : (1ull << rn) - 1);
+  for (unsigned i = 0; i < count; ++i) {
+    const unsigned char* e = p + cdx::kLeafHead + static_cast<std::size_t>(i) * ebytes;
+    std::uint64_t v = 0;
+    for (unsigned b = 0; b < ebytes; ++b) v |= static_cast<std::uint64_t>(e[b]) << (8 * b);
+    CdxEntry& x = out->entries[i];
+    x.recno = static_cast<std::uint32_t>(v & rmask);
+    unsigned dup = static_cast<unsigned>((v >> rn) & ((1ull << dc) - 1));
+    const unsigned trail = static_cast<unsigned>((v >> (rn + dc)) & ((1ull << tc) - 1));
+    if (i == 0) dup = 0;  // the first key of a page stands alone whatever its count says
+    if (dup + trail > klen) return KVD_CORRUPT(file, offset + (e - p), "leaf key counts exceed the key length");
+    const unsigned own = klen - dup - trail;
+    if (text_pos < entries_end + own) return KVD_CORRUPT(file, offset + (e - p), "leaf key text runs into the entries");
+    text_pos -= own;
+    x.key.resize(klen);
+    if (dup) std::memcpy(x.key.data(), out->entries[i - 1].key.data(), dup);
+    std::memcpy(x.key.data() + dup, p + text_pos, own);
+    std::memset(x.key.data() + dup + own, fmt.fill, trail);
+  }
+  return Status::Ok();
+}
+
+bool EncodeCdxPage(const CdxPage& page, const CdxKeyFormat& fmt, unsigned char* out) {
+  std::memset(out, 0, cdx::kPageSize);
+  PutLE16(out + cdx::kOffAttr, page.attr);
+  PutLE16(out + cdx::kOffCount, static_cast<std::uint16_t>(page.entries.size()));
+  PutLE32(out + cdx::kOffLeft, page.left);
+  PutLE32(out + cdx::kOffRight, page.right);
+  const unsigned klen = fmt.key_len;
+  if (!page.leaf()) {
+    if (page.entries.size() > InteriorCapacity(fmt)) return false;
+    unsigned char* e = out + cdx::kInteriorHead;
+    for (const CdxEntry& x : page.entries) {
+      std::memcpy(e, x.key.data(), klen);
+      PutBE32(e + klen, x.recno);
+      PutBE32(e + klen + 4, x.child);
+      e += klen + 8;
+    }
+    return true;
+  }
+  if (LeafBytes(page.entries, 0, page.entries.size(), fmt) > cdx::kPageSize) return false;
+  std::uint32_t max_rec = 0;
+  for (const CdxEntry& x : page.entries) max_rec = std::max(max_rec, x.recno);
+  const LeafWidths w = ChooseWidths(max_rec, klen);
+  out[cdx::kOffRecBits] = static_cast<unsigned char>(w.rn);
+  out[cdx::kOffDupBits] = static_cast<unsigned char>(w.dc);
+  out[cdx::kOffTrailBits] = static_cast<unsigned char>(w.tc);
+  out[cdx::kOffEntryBytes] = static_cast<unsigned char>(w.e);
+  PutLE32(out + cdx::kOffRecMask, w.rn >= 32 ? 0xFFFFFFFFu : (1u << w.rn) - 1);
+  out[cdx::kOffDupMask] = static_cast<unsigned char>((1u << w.dc) - 1);
+  out[cdx::kOffTrailMask] = static_cast<unsigned char>((1u << w.tc) - 1);
+  std::size_t text_pos = cdx::kPageSize;
+  for (std::size_t i = 0; i < page.entries.size(); ++i) {
+    const CdxEntry& x = page.entries[i];
+    const unsigned trail = TrailingFill(x.key, fmt.fill);
+    unsigned dup = i == 0 ? 0 : SharedPrefix(page.entries[i - 1].key, x.key);
+    if (dup + trail > klen) dup = klen - trail;
+    const unsigned own = klen - dup - trail;
+    text_pos -= own;
+    std::memcpy(out + text_pos, x.key.data() + dup, own);
+    const std::uint64_t v = static_cast<std::uint64_t>(x.recno) | (static_cast<std::uint64_t>(dup) << w.rn) |
+                            (static_cast<std::uint64_t>(trail) << (w.rn + w.dc));
+    unsigned char* e = out + cdx::kLeafHead + i * w.e;
+    for (unsigned b = 0; b < w.e; ++b) e[b] = static_cast<unsigned char>(v >> (8 * b));
+  }
+  PutLE16(out + cdx::kOffFree, static_cast<std::uint16_t>(text_pos - (cdx::kLeafHead + page.entries.size() * w.e)));
+  return true;
+}
+
+}  // namespace kvd::engine
