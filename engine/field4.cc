@@ -126,6 +126,7 @@ long f4long(FIELD4St* f) {
   if (!f) return 0;
   if (IsBinaryNumber(f->layout)) {
     const double v = BinaryValue(f);
+    if (std::isnan(v)) return 0;
     return v > 2147483647.0 ? 2147483647l : v < -2147483648.0 ? -2147483647l - 1 : static_cast<long>(v);
   }
   if (IsMemoField(*f)) return LoadMemo(f) ? 0 : ParseLong(f->memo);

@@ -1,5 +1,6 @@
 #include "engine/number.h"
 
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -28,19 +29,33 @@ void FormatNumber(double value, unsigned width, unsigned dec, char* out) {
     return;
   }
   if (dec > 15) dec = 15;
-  // Round half away from zero at `dec` places first; printf would round the binary value to even.
-  const double scale = std::pow(10.0, dec);
-  double scaled = value * scale;
-  if (std::fabs(scaled) < 9.0e15) {
-    // Nudge by the representation error so that 1.2345 (stored as 1.23449999...) still rounds up.
-    const double nudged = scaled + std::copysign(std::fabs(scaled) * 4 * std::numeric_limits<double>::epsilon(), scaled);
-    value = std::round(nudged) / scale;
-  }
-  if (value == 0) value = 0;  // no "-0.00"
+  // The shortest decimal text that reads back as the same double ("1.2345", not the binary
+  // 1.23449999...), rounded half away from zero at `dec` places on its digits: what a person typed
+  // is what gets rounded, and every 15-digit decimal keeps all of its digits.
   char buf[400];
-  int n = std::snprintf(buf, sizeof buf, "%.*f", static_cast<int>(dec), value);
-  if (n < 0) n = 0;
-  FitRight(buf, static_cast<std::size_t>(n), width, out);
+  auto res = std::to_chars(buf, buf + sizeof buf, std::fabs(value), std::chars_format::fixed);
+  std::string digits(buf, res.ptr);
+  std::size_t point = digits.find('.');
+  if (point == std::string::npos) {
+    point = digits.size();
+    digits += '.';
+  }
+  std::string frac = digits.substr(point + 1);
+  std::string whole = digits.substr(0, point);
+  const bool up = frac.size() > dec && frac[dec] >= '5';
+  frac.resize(dec, '0');
+  std::string num = whole + frac;  // all digits, the point left out
+  if (up) {
+    std::size_t k = num.size();
+    while (k > 0 && num[k - 1] == '9') num[--k] = '0';
+    if (k == 0) num.insert(num.begin(), '1');
+    else ++num[k - 1];
+  }
+  std::string text = num.substr(0, num.size() - dec);
+  if (dec) text += "." + num.substr(num.size() - dec);
+  const bool zero = num.find_first_not_of('0') == std::string::npos;
+  if (value < 0 && !zero) text.insert(text.begin(), '-');  // no "-0.00"
+  FitRight(text.data(), text.size(), width, out);
 }
 
 void FormatInteger(long long value, unsigned width, char* out) {

@@ -111,6 +111,13 @@ TEST(Number, FormatAndParseEdges) {
   EXPECT_EQ(std::string(out, 3), " -3");
   engine::FormatNumber(1.0 / 0.0, 4, 0, out);
   EXPECT_EQ(std::string(out, 4), "****");
+  char wide[20];
+  engine::FormatNumber(-9999999999999.99, 18, 2, wide);
+  EXPECT_EQ(std::string(wide, 18), " -9999999999999.99") << "15 digits survive";
+  engine::FormatNumber(9007199254740.99, 18, 2, wide);
+  EXPECT_EQ(std::string(wide, 18), "  9007199254740.99");
+  engine::FormatNumber(0.995, 5, 2, wide);
+  EXPECT_EQ(std::string(wide, 5), " 1.00");
   engine::FormatInteger(-123, 3, out);
   EXPECT_EQ(std::string(out, 3), "***");
   EXPECT_DOUBLE_EQ(engine::ParseDouble(" 1.5e3 "), 1500.0);
