@@ -63,6 +63,7 @@ extern "C" {
 #define e4index -310
 #define e4tagName -330
 #define e4unique -340      /* a duplicate key in a unique tag */
+#define e4expr -350        /* a key expression or filter that cannot be parsed */
 #define e4lock -400        /* a change to a record that is not locked (lockEnforce), or a lock failed */
 #define e4exclusive -410   /* the operation needs the table alone and another opener has it */
 #define e4readOnly -420    /* a write to a table opened read only */
@@ -148,7 +149,7 @@ const char* error4lastDetail(CODE4* code);
 /* ---- Tables ------------------------------------------------------------------------------- */
 DATA4St* d4open(CODE4* code, const char* name);
 /* Creates (or, with safety 0, replaces) a table and opens it. A memo file is made when a field is
- * of type M. Tags are not yet supported: a non-empty tag list fails with e4index. Replacing a table
+ * of type M, and the table's own index (its name with .CDX) when `tags` has rows. Replacing a table
  * that another opener holds fails with e4create, and the old files stay as they were. */
 DATA4St* d4create(CODE4* code, const char* name, const FIELD4INFO* fields, const TAG4INFO* tags);
 int d4close(DATA4St* data);       /* null is harmless */
@@ -255,6 +256,48 @@ const char* f4memoStr(FIELD4St* field);
 int f4memoAssign(FIELD4St* field, const char* text);
 int f4memoAssignN(FIELD4St* field, const char* bytes, unsigned len);
 int f4memoSetLen(FIELD4St* field, unsigned len);  /* resize, keeping the start, zero-filling */
+
+/* ---- Indexes --------------------------------------------------------------------------------
+ * A compound index file holds tags; each orders the table by a key expression, optionally only the
+ * records that pass a filter. Opening or creating an index belongs to one DATA4St. A tag selected
+ * with d4tagSelect gives the order of d4top, d4bottom, d4skip and d4seek; none selected gives record
+ * order (and d4seek then uses the default tag). Every open tag is kept current when a record is
+ * appended or written, by this opener and, through the shared file, for every other. */
+/* Opens an existing index; `name` null means the table's own (its name with .CDX); a name without
+ * extension gets .CDX. Null on failure, with errorCode e4index for a damaged or foreign file whose
+ * expressions cannot be read, quietly for a missing file when errOpen is 0. */
+INDEX4St* i4open(DATA4St* data, const char* name);
+/* Creates (replacing) an index with these tags, built from the table's records, and opens it.
+ * Unique tags: e4unique refuses records with a key already present (and i4create fails if the
+ * records already hold duplicates); r4uniqueContinue keeps such records out of the tag. A bad
+ * expression fails with e4expr and writes nothing. */
+INDEX4St* i4create(DATA4St* data, const char* name, const TAG4INFO* tags);
+int i4close(INDEX4St* index);
+int i4reindex(INDEX4St* index);
+const char* i4fileName(INDEX4St* index);
+TAG4St* d4tag(DATA4St* data, const char* name);  /* by name ignoring case; null when absent */
+TAG4St* d4tagDefault(DATA4St* data);             /* the first tag made in the first index */
+TAG4St* d4tagNext(DATA4St* data, TAG4St* tag);   /* all tags in order; null starts, null ends */
+void d4tagSelect(DATA4St* data, TAG4St* tag);    /* null: record order */
+TAG4St* d4tagSelected(DATA4St* data);
+int d4tagSync(DATA4St* data, TAG4St* tag);       /* the walk goes on from the current record */
+/* Seeks in the selected (or default) tag. A character key shorter than the tag's key finds the
+ * first key that begins with it. Numeric and date tags take the number or the date ("CCYYMMDD")
+ * as text. 0: found; r4after: not found, on the next key in tag order; r4eof: not found, at the
+ * end. */
+int d4seek(DATA4St* data, const char* key);
+int d4seekN(DATA4St* data, const char* key, short len);
+int d4seekDouble(DATA4St* data, double value);
+/* The next record with the same key as the current one, else like d4seek. */
+int d4seekNext(DATA4St* data, const char* key);
+const char* t4alias(TAG4St* tag);
+const char* t4expr(TAG4St* tag);
+const char* t4filter(TAG4St* tag);               /* "" when none */
+int t4unique(TAG4St* tag);                       /* 0, e4unique or r4uniqueContinue */
+int t4descending(TAG4St* tag);
+int t4keyLen(TAG4St* tag);
+/* The key of the current record in this tag, key length bytes (not terminated). */
+const char* t4keyOfRecord(TAG4St* tag);
 
 /* ---- Inspection (for tools) --------------------------------------------------------------- */
 int d4versionByte(DATA4St* data);          /* the table file's first byte (0x03, 0xF5, 0x30, ...) */

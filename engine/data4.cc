@@ -72,11 +72,20 @@ int FlushRecord(DATA4St* d) {
   if (!MayWrite(d, d->rec_no))
     return SetError(d->code, e4lock, ("change to record " + std::to_string(d->rec_no) + " of " + d->name +
                                       " without its lock").c_str());
-  if (int rc = StoreMemos(d, false)) return rc;
+  // The tags are checked (a duplicate in a unique tag refuses the write) and locked first, then the
+  // memos and the record are written, then the tags changed.
+  IndexPlan plan;
+  if (!d->indexes.empty()) {
+    std::vector<char> old(d->dbf->record_len());
+    Status s = d->dbf->ReadRecord(d->rec_no, old.data());
+    if (!s.ok()) return SetError(d->code, ErrorFor(s, e4read), s);
+    if (int rc = IndexPrepare(d, d->rec_no, old.data(), d->record.data(), &plan)) return rc;
+  }
+  if (int rc = StoreMemos(d, false)) return IndexAbort(&plan), rc;
   Status s = d->dbf->WriteRecord(d->rec_no, d->record.data());
-  if (!s.ok()) return SetError(d->code, ErrorFor(s, e4write), s);
+  if (!s.ok()) return IndexAbort(&plan), SetError(d->code, ErrorFor(s, e4write), s);
   d->state = BufferState::kClean;
-  return 0;
+  return d->indexes.empty() ? 0 : IndexCommit(d, d->rec_no, &plan);
 }
 
 int DropLocks(DATA4St* d, bool flush) {
@@ -191,7 +200,12 @@ static DATA4St* OpenTable(CODE4* code, const std::string& name, bool quiet_when_
       return nullptr;
     }
   }
-  return Adopt(code, std::move(dbf), std::move(memo), name);
+  DATA4St* d = Adopt(code, std::move(dbf), std::move(memo), name);
+  if (OpenProductionIndex(d) < 0) {
+    CloseTable(d);
+    return nullptr;
+  }
+  return d;
 }
 
 // ---- pack -------------------------------------------------------------------------------------
@@ -246,8 +260,6 @@ DATA4St* d4create(CODE4* code, const char* name, const FIELD4INFO* fields, const
     if (code) SetError(code, e4parm, "d4create without a state, a name or fields");
     return nullptr;
   }
-  if (tags && tags[0].name)
-    return SetError(code, e4index, "tags at creation are not supported yet"), nullptr;
   if (code->readOnly) return SetError(code, e4readOnly, "state is read only"), nullptr;
   const std::string path = WithExtension(name, ".DBF");
   if (code->safety && kvd::platform::FileExists(path))
@@ -276,7 +288,14 @@ DATA4St* d4create(CODE4* code, const char* name, const FIELD4INFO* fields, const
       return SetError(code, e4create, s), nullptr;
     }
   }
-  return OpenTable(code, path, /*quiet_when_missing=*/false);
+  DATA4St* d = OpenTable(code, path, /*quiet_when_missing=*/false);
+  if (d && tags && tags[0].name && !i4create(d, nullptr, tags)) {
+    const int err = code->errorCode;
+    d4remove(d);
+    code->errorCode = err;
+    return nullptr;
+  }
+  return d;
 }
 
 int d4close(DATA4St* d) { return d ? CloseTable(d) : 0; }
@@ -286,10 +305,16 @@ int d4remove(DATA4St* d) {
   CODE4* code = d->code;
   const std::string dbf_path = d->name;
   const MemoKind memo_kind = d->dbf->memo_kind();
+  std::vector<std::string> index_paths;
+  for (auto& ix : d->indexes) index_paths.push_back(ix->name);
   int rc = CloseTable(d);
   if (rc < 0) return rc;
   Status s = kvd::platform::RemoveFile(dbf_path);
   if (!s.ok()) return SetError(code, e4remove, s);
+  for (const std::string& p : index_paths) {
+    s = kvd::platform::RemoveFile(p);
+    if (!s.ok() && !s.IsNotFound()) return SetError(code, e4remove, s);
+  }
   if (memo_kind != MemoKind::kNone) {
     s = kvd::platform::RemoveFile(MemoNameFor(dbf_path, memo_kind));
     if (!s.ok() && !s.IsNotFound()) return SetError(code, e4remove, s);
@@ -341,6 +366,7 @@ static int BeforeMove(DATA4St* d) {
 static int GoEnd(DATA4St* d, bool last) {
   if (!d) return e4parm;
   if (int rc = BeforeMove(d)) return rc;
+  if (d->selected) return TagTop(d, last);
   long count = d4recCount(d);
   if (count < 0) return static_cast<int>(count);
   d->bof = d->eof = false;
@@ -357,6 +383,7 @@ int d4bottom(DATA4St* d) { return GoEnd(d, true); }
 int d4skip(DATA4St* d, long n) {
   if (!d) return e4parm;
   if (int rc = BeforeMove(d)) return rc;
+  if (d->selected) return TagSkip(d, n);
   long count = d4recCount(d);
   if (count < 0) return static_cast<int>(count);
   if (d->eof && n >= 0) return GoEof(d, static_cast<std::uint32_t>(count));
@@ -456,11 +483,16 @@ int d4append(DATA4St* d) {
     if (!s.ok()) return release(), SetError(d->code, e4lock, s), s.IsBusy() ? r4locked : e4lock;
     d->locked_records.push_back(new_rec);
   }
-  if (int rc = StoreMemos(d, true)) return release(), rc;
+  IndexPlan plan;
+  if (!d->indexes.empty())
+    if (int rc = IndexPrepare(d, new_rec, nullptr, d->record.data(), &plan)) return release(), rc;
+  if (int rc = StoreMemos(d, true)) return IndexAbort(&plan), release(), rc;
   std::uint32_t rec = 0;
   s = d->dbf->AppendRecord(d->record.data(), &rec);
   release();
-  if (!s.ok()) return SetError(d->code, ErrorFor(s, e4append), s);
+  if (!s.ok()) return IndexAbort(&plan), SetError(d->code, ErrorFor(s, e4append), s);
+  if (!d->indexes.empty())
+    if (int rc = IndexCommit(d, rec, &plan)) return rc;
   d->rec_no = rec;
   d->eof = d->bof = false;
   d->state = BufferState::kClean;
@@ -547,7 +579,8 @@ int d4pack(DATA4St* d) {
   if (d->dbf->read_only()) return SetError(d->code, e4readOnly, "table opened read only: " + d->name);
   int rc = WithTableAlone(d, [&]() -> int {
     Status s = d->dbf->Rewrite([](const char* rec) { return rec[0] != static_cast<char>(dbf::kDeleted); });
-    return s.ok() ? 0 : SetError(d->code, ErrorFor(s, e4write), s);
+    if (!s.ok()) return SetError(d->code, ErrorFor(s, e4write), s);
+    return ReindexAll(d);
   });
   BlankBuffer(d);
   d->rec_no = 0;

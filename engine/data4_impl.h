@@ -24,8 +24,10 @@
 #include <string>
 #include <vector>
 
+#include "engine/cdx_file.h"
 #include "engine/d4all.h"
 #include "engine/dbf_file.h"
+#include "engine/expr.h"
 #include "engine/memo_file.h"
 #include "platform/status.h"
 
@@ -41,6 +43,30 @@ struct FIELD4St {
 };
 
 enum class BufferState { kClean, kChanged, kAppending };
+
+// A tag of an open index, with the place of the table's walk in it.
+struct TAG4St {
+  INDEX4St* index = nullptr;      // the index file it belongs to
+  std::size_t pos = 0;            // its place among the file's tags (creation order)
+  std::string name;               // upper case
+  std::unique_ptr<kvd::engine::Expr> expr;
+  std::unique_ptr<kvd::engine::Expr> filter;  // null: every record
+  int unique = 0;                 // 0, e4unique (a duplicate is refused) or r4uniqueContinue
+  bool descending = false;
+  // The walk: a copy of the current leaf, taken under the index lock when the counter stood at
+  // `counter`; usable while the counter stands there and the table is on `pos.entry()`.
+  kvd::engine::CdxPosition walk;
+  std::uint32_t counter = 0;
+  bool walk_valid = false;
+  std::string key;                // scratch for keys
+};
+
+struct INDEX4St {
+  DATA4St* data = nullptr;
+  std::unique_ptr<kvd::engine::CdxFile> file;
+  std::vector<std::unique_ptr<TAG4St>> tags;  // creation order
+  std::string name;               // as opened, with extension
+};
 
 struct QueuedLock {
   DATA4St* data;
@@ -62,6 +88,8 @@ struct DATA4St {
   bool eof = false;
   bool bof = false;
   BufferState state = BufferState::kClean;
+  std::vector<std::unique_ptr<INDEX4St>> indexes;  // open index files
+  TAG4St* selected = nullptr;     // the order of seek and skip; null: record order
   // Locks this table holds.
   std::vector<std::uint32_t> locked_records;
   bool append_locked = false;
@@ -97,5 +125,28 @@ int LockRecordFor(DATA4St* d, std::uint32_t rec, int attempts);
 int LockAppendFor(DATA4St* d);
 int LockAllFor(DATA4St* d);
 int CloseTable(DATA4St* d);           // writes, unlocks, closes, frees; 0 or the first error
+
+// Keeping the tags current. A write of record `rec` (new_rec: appended) calls IndexPrepare before
+// the record goes to the file: it takes every index's write lock, works out which tag entries
+// change, and refuses a duplicate key in a unique tag with e4unique, leaving everything as it was.
+// After the record is written IndexCommit changes the tags and lets the locks go; IndexAbort only
+// lets them go.
+struct IndexPlan {
+  struct Change {
+    TAG4St* tag;
+    bool remove, insert;
+    std::string old_key, new_key;
+  };
+  std::vector<Change> changes;
+  std::vector<INDEX4St*> locked;
+};
+int IndexPrepare(DATA4St* d, std::uint32_t rec, const char* old_record, const char* new_record, IndexPlan* plan);
+int IndexCommit(DATA4St* d, std::uint32_t rec, IndexPlan* plan);
+void IndexAbort(IndexPlan* plan);
+int ReindexAll(DATA4St* d);           // rebuilds every tag of every open index from the records
+// Tag-order moves for d4top, d4bottom, d4skip when a tag is selected.
+int TagTop(DATA4St* d, bool bottom);
+int TagSkip(DATA4St* d, long n);
+int OpenProductionIndex(DATA4St* d);  // with autoOpen: the index the table's header names
 
 }  // namespace kvd::engine

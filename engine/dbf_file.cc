@@ -215,6 +215,17 @@ Status DbfFile::AppendRecord(const char* in, std::uint32_t* rec) {
   return Status::Ok();
 }
 
+bool DbfFile::HasProductionIndex() const {
+  return reinterpret_cast<const unsigned char*>(map_.data())[dbf::kOffFlags] & dbf::kFlagProductionIndex;
+}
+
+Status DbfFile::SetProductionIndex(bool on) {
+  if (read_only_ || HasProductionIndex() == on) return Status::Ok();
+  unsigned char b = reinterpret_cast<const unsigned char*>(map_.data())[dbf::kOffFlags];
+  b = on ? (b | dbf::kFlagProductionIndex) : (b & ~dbf::kFlagProductionIndex);
+  return file_->WriteAt(dbf::kOffFlags, &b, 1);
+}
+
 const unsigned char* DbfFile::Today() {
   const std::uint64_t now = platform::MonotonicMillis();
   if (today_at_ == 0 || now - today_at_ > 60000) {

@@ -87,6 +87,9 @@ class DbfFile {
   Status WriteRecord(std::uint32_t rec, const char* in);
   // Writes `in` as record count+1 and raises the count. The caller holds the append lock.
   Status AppendRecord(const char* in, std::uint32_t* rec);
+  // Byte 28, bit 0: the table has a production index (its own name with .CDX).
+  bool HasProductionIndex() const;
+  Status SetProductionIndex(bool on);
   // Writes today's date into the header (done once per opener on its first change).
   Status TouchDate();
 

@@ -39,6 +39,14 @@ std::string_view AliasOf(std::string_view name) {
   return dot == std::string_view::npos ? n : n.substr(0, dot);
 }
 
+std::string ProductionIndexName(std::string_view table) {
+  const std::size_t dot = ExtensionDot(table);
+  std::string base(dot == std::string_view::npos ? table : table.substr(0, dot));
+  const bool lower = dot != std::string_view::npos && dot + 1 < table.size() &&
+                     std::islower(static_cast<unsigned char>(table[dot + 1]));
+  return base + (lower ? ".cdx" : ".CDX");
+}
+
 std::string MemoNameFor(std::string_view table, MemoKind kind) {
   const std::size_t dot = ExtensionDot(table);
   std::string base(dot == std::string_view::npos ? table : table.substr(0, dot));

@@ -13,6 +13,8 @@ namespace kvd::engine {
 std::string WithExtension(std::string_view name, std::string_view ext);
 // The name without directory and extension.
 std::string_view AliasOf(std::string_view name);
+// The table's own index: its name with the extension .CDX (.cdx for a lower-case table extension).
+std::string ProductionIndexName(std::string_view table);
 // The memo file of a table: its name with the extension .FPT or .DBT, in the case of the table's
 // own extension (a table "x.dbf" has "x.fpt"); the disk lookup ignores case anyway.
 std::string MemoNameFor(std::string_view table, MemoKind kind);

@@ -1,0 +1,351 @@
+// Compound indexes in a table's life: order, seeks, filters, unique tags, maintenance, damage.
+#include <algorithm>
+#include <map>
+#include <random>
+#include <set>
+
+#include "engine/codec.h"
+#include "engine_test_util.h"
+
+namespace kvd::test {
+namespace {
+
+const FIELD4INFO kFields[] = {{"ID", 'C', 8, 0, 0},   {"NAME", 'C', 12, 0, 0}, {"VALUE", 'N', 7, 2, 0},
+                              {"TYPE", 'C', 1, 0, 0}, {nullptr, 0, 0, 0, 0}};
+// Definition order on purpose not alphabetical: the default tag is the first one made.
+const TAG4INFO kTags[] = {{"ZNAME", "UPPER(NAME)", ".NOT. DELETED()", 0, 0},
+                          {"ID", "ID", nullptr, e4unique, 0},
+                          {"VAL", "VALUE", nullptr, 0, 0},
+                          {"TYPEID", "TYPE+ID", ".NOT.DELETED()", 0, 0},
+                          {nullptr, nullptr, nullptr, 0, 0}};
+
+class IndexTest : public ::testing::Test {
+ protected:
+  DATA4St* Create(int rows) {
+    DATA4St* d = d4create(&e.code, (dir / "t").c_str(), kFields, nullptr);
+    for (int i = 1; i <= rows; ++i) Add(d, i);
+    return d;
+  }
+  static void Add(DATA4St* d, int i) {
+    d4appendStart(d, 0);
+    d4blank(d);
+    char id[16];
+    std::snprintf(id, sizeof id, "ID%04d", i);
+    f4assign(d4field(d, "ID"), id);
+    const char* names[] = {"delta", "Alpha", "charlie", "Bravo", "echo"};
+    f4assign(d4field(d, "NAME"), names[i % 5]);
+    f4assignDouble(d4field(d, "VALUE"), (i % 7) * 10.5 - 30);
+    f4assignChar(d4field(d, "TYPE"), "ABC"[i % 3]);
+    ASSERT_EQ(d4append(d), 0) << error4lastDetail(d4code(d));
+  }
+  // Record numbers in the order of `tag`, walking forward (or backward).
+  static std::vector<long> Walk(DATA4St* d, const char* tag, bool backward = false) {
+    d4tagSelect(d, d4tag(d, tag));
+    std::vector<long> out;
+    for (int rc = backward ? d4bottom(d) : d4top(d); rc == 0 && !d4eof(d); rc = d4skip(d, backward ? -1 : 1)) {
+      out.push_back(d4recNo(d));
+      if (out.size() > 100000) break;
+    }
+    return out;
+  }
+  // The same order computed from the records themselves.
+  static std::vector<long> Expected(DATA4St* d, const char* tag) {
+    TAG4St* t = d4tag(d, tag);
+    d4tagSelect(d, nullptr);
+    std::vector<std::pair<std::string, long>> keys;
+    for (d4top(d); !d4eof(d); d4skip(d, 1)) {
+      const bool filtered = std::string(t4filter(t)).find("DELETED") != std::string::npos;
+      if (filtered && d4deleted(d)) continue;
+      keys.push_back({std::string(t4keyOfRecord(t), t4keyLen(t)), d4recNo(d)});
+    }
+    std::stable_sort(keys.begin(), keys.end(), [](auto& a, auto& b) { return a.first < b.first; });
+    std::vector<long> out;
+    for (auto& k : keys) out.push_back(k.second);
+    if (t4descending(t)) std::reverse(out.begin(), out.end());
+    return out;
+  }
+  TempDir dir;
+  Engine e;
+};
+
+TEST_F(IndexTest, TagsKeepDefinitionOrderAndWalkInKeyOrder) {
+  DATA4St* d = Create(40);
+  ASSERT_NE(i4create(d, nullptr, kTags), nullptr) << error4lastDetail(&e.code);
+  EXPECT_STREQ(t4alias(d4tagDefault(d)), "ZNAME") << "the first tag made, not the first by name";
+  std::vector<std::string> names;
+  for (TAG4St* t = d4tagNext(d, nullptr); t; t = d4tagNext(d, t)) names.push_back(t4alias(t));
+  EXPECT_EQ(names, (std::vector<std::string>{"ZNAME", "ID", "VAL", "TYPEID"}));
+  for (const char* tag : {"ZNAME", "ID", "VAL", "TYPEID"}) {
+    EXPECT_EQ(Walk(d, tag), Expected(d, tag)) << tag;
+    auto back = Walk(d, tag, true);
+    std::reverse(back.begin(), back.end());
+    EXPECT_EQ(back, Expected(d, tag)) << tag << " backwards";
+  }
+  // Numeric keys sort as numbers, not as text: -30.00 comes before -19.50 and 10.50 before 9.
+  d4tagSelect(d, d4tag(d, "VAL"));
+  d4top(d);
+  EXPECT_DOUBLE_EQ(f4double(d4field(d, "VALUE")), -30.0);
+  d4bottom(d);
+  EXPECT_DOUBLE_EQ(f4double(d4field(d, "VALUE")), 33.0);
+  EXPECT_EQ(d4skip(d, 1), r4eof);
+  EXPECT_GT(d4recNo(d), d4recCount(d)) << "after the last record the number is above the count";
+  d4close(d);
+
+  // The index file names itself in the table header, and autoOpen finds it.
+  auto b = ReadAll(dir / "t.DBF");
+  EXPECT_EQ(b[28] & 1, 1);
+  e.code.autoOpen = 1;
+  d = d4open(&e.code, (dir / "t").c_str());
+  ASSERT_NE(d4tag(d, "typeid"), nullptr);
+  d4close(d);
+}
+
+TEST_F(IndexTest, SeekHitsPrefixesMissesAndEnd) {
+  DATA4St* d = Create(20);
+  ASSERT_NE(i4create(d, nullptr, kTags), nullptr);
+  d4tagSelect(d, d4tag(d, "ID"));
+  EXPECT_EQ(d4seek(d, "ID0007  "), 0);
+  EXPECT_EQ(d4recNo(d), 7);
+  EXPECT_EQ(d4seek(d, "ID001"), 0) << "a shorter key is a prefix";
+  EXPECT_EQ(d4recNo(d), 10);
+  EXPECT_EQ(d4seek(d, "ID0007A"), r4after) << "a miss stands on the next higher key";
+  EXPECT_EQ(d4recNo(d), 8);
+  EXPECT_EQ(d4seek(d, "ZZ"), r4eof);
+  EXPECT_TRUE(d4eof(d));
+  EXPECT_EQ(d4seek(d, ""), 0) << "the empty key finds the first record";
+  EXPECT_EQ(d4recNo(d), 1);
+  d4tagSelect(d, d4tag(d, "VAL"));
+  EXPECT_EQ(d4seek(d, "-19.5"), 0);
+  EXPECT_DOUBLE_EQ(f4double(d4field(d, "VALUE")), -19.5);
+  EXPECT_EQ(d4seekDouble(d, 12), 0);
+  EXPECT_EQ(d4seekDouble(d, 13), r4after);
+  EXPECT_DOUBLE_EQ(f4double(d4field(d, "VALUE")), 22.5);
+  d4tagSelect(d, d4tag(d, "TYPEID"));
+  ASSERT_EQ(d4seek(d, "B"), 0);
+  int bs = 0;
+  do ++bs; while (d4seekNext(d, "B") == 0);
+  EXPECT_EQ(bs, 7) << "seekNext walks the records with one key";
+  d4tagSelect(d, nullptr);
+  EXPECT_EQ(d4seek(d, "CHARLIE"), 0) << "with no tag selected the default tag is used";
+  d4close(d);
+}
+
+TEST_F(IndexTest, UniqueTagsRefuseOrLeaveOutDuplicates) {
+  DATA4St* d = Create(5);
+  ASSERT_NE(i4create(d, nullptr, kTags), nullptr);
+  const auto table = ReadAll(dir / "t.DBF");
+  const auto index = ReadAll(dir / "t.CDX");
+  d4appendStart(d, 0);
+  d4blank(d);
+  f4assign(d4field(d, "ID"), "ID0003");
+  EXPECT_EQ(d4append(d), e4unique);
+  EXPECT_EQ(e.code.errorCode, -340);
+  EXPECT_EQ(ReadAll(dir / "t.DBF"), table) << "the table is unchanged";
+  EXPECT_EQ(ReadAll(dir / "t.CDX"), index) << "the index is unchanged";
+  error4set(&e.code, 0);
+  d4go(d, 2);
+  d4lock(d, 2);
+  f4assign(d4field(d, "ID"), "ID0004");
+  EXPECT_EQ(d4flush(d), e4unique);
+  d4changed(d, 0);
+
+  // Unique code 25 keeps the record and leaves its duplicate key out of the tag.
+  const TAG4INFO cont[] = {{"TYPE", "TYPE", nullptr, r4uniqueContinue, 0}, {nullptr, nullptr, nullptr, 0, 0}};
+  ASSERT_NE(i4create(d, (dir / "byType").c_str(), cont), nullptr);
+  EXPECT_EQ(Walk(d, "TYPE").size(), 3u) << "one record per type";
+  Add(d, 9);
+  EXPECT_EQ(d4recCount(d), 6);
+  EXPECT_EQ(Walk(d, "TYPE").size(), 3u);
+  d4close(d);
+  // The rule is kept in the file: an index opened later behaves the same.
+  d = d4open(&e.code, (dir / "t").c_str());
+  ASSERT_NE(i4open(d, (dir / "BYTYPE").c_str()), nullptr);
+  EXPECT_EQ(t4unique(d4tag(d, "TYPE")), r4uniqueContinue);
+  Add(d, 10);
+  EXPECT_EQ(d4recCount(d), 7);
+  d4close(d);
+}
+
+TEST_F(IndexTest, PurgeLoopDeletesWhileWalkingAFilteredTag) {
+  DATA4St* d = Create(60);
+  ASSERT_NE(i4create(d, nullptr, kTags), nullptr);
+  d4tagSelect(d, d4tag(d, "TYPEID"));
+  // Delete every record of type B while walking: each leaves the tag at once.
+  int deleted = 0;
+  for (int rc = d4seek(d, "B"); rc == 0 && !d4eof(d) && f4char(d4field(d, "TYPE")) == 'B'; rc = d4skip(d, 1)) {
+    d4lock(d, d4recNo(d));
+    d4delete(d);
+    ++deleted;
+  }
+  EXPECT_EQ(deleted, 20);
+  EXPECT_EQ(Walk(d, "TYPEID").size(), 40u);
+  EXPECT_EQ(Walk(d, "TYPEID"), Expected(d, "TYPEID"));
+  // And a loop that deletes everything from the top, as purges do.
+  d4tagSelect(d, d4tag(d, "ZNAME"));
+  for (d4top(d); !d4eof(d); d4skip(d, 1)) {
+    d4lock(d, d4recNo(d));
+    d4delete(d);
+  }
+  EXPECT_TRUE(Walk(d, "ZNAME").empty());
+  EXPECT_EQ(d4recCount(d), 60) << "deleted records stay until pack";
+  EXPECT_EQ(Walk(d, "ID").size(), 60u) << "a tag without filter keeps them";
+  ASSERT_EQ(d4pack(d), 0);
+  EXPECT_TRUE(Walk(d, "ID").empty());
+  d4close(d);
+}
+
+TEST_F(IndexTest, KeyChangeMovesTheRecordInEveryTag) {
+  DATA4St* d = Create(10);
+  ASSERT_NE(i4create(d, nullptr, kTags), nullptr);
+  d4tagSelect(d, d4tag(d, "ID"));
+  ASSERT_EQ(d4seek(d, "ID0002"), 0);
+  d4lock(d, 2);
+  f4assign(d4field(d, "ID"), "ID9999");
+  f4assign(d4field(d, "NAME"), "zulu");
+  // The move writes the record, which moves to the end of the ID order: the walk goes on from there.
+  ASSERT_EQ(d4skip(d, 1), r4eof);
+  for (const char* tag : {"ZNAME", "ID", "VAL", "TYPEID"}) EXPECT_EQ(Walk(d, tag), Expected(d, tag)) << tag;
+  d4tagSelect(d, d4tag(d, "ID"));
+  d4bottom(d);
+  EXPECT_EQ(d4recNo(d), 2);
+  d4close(d);
+}
+
+TEST_F(IndexTest, DescendingTagsWalkAndSeekFromTheTop) {
+  DATA4St* d = Create(12);
+  const TAG4INFO desc[] = {{"DID", "ID", nullptr, 0, 1}, {nullptr, nullptr, nullptr, 0, 0}};
+  ASSERT_NE(i4create(d, nullptr, desc), nullptr);
+  EXPECT_EQ(Walk(d, "DID"), Expected(d, "DID"));
+  d4tagSelect(d, d4tag(d, "DID"));
+  d4top(d);
+  EXPECT_EQ(d4recNo(d), 12);
+  EXPECT_EQ(d4seek(d, "ID0005"), 0);
+  EXPECT_EQ(d4recNo(d), 5);
+  EXPECT_EQ(d4seek(d, "ID0005X"), r4after);
+  EXPECT_EQ(d4recNo(d), 5) << "the next key in a descending walk is the lower one";
+  d4close(d);
+}
+
+TEST_F(IndexTest, BadDefinitionsAndDamagedFilesFailClearly) {
+  DATA4St* d = Create(3);
+  const TAG4INFO bad[] = {{"X", "UPPER(NOSUCH)", nullptr, 0, 0}, {nullptr, nullptr, nullptr, 0, 0}};
+  EXPECT_EQ(i4create(d, nullptr, bad), nullptr);
+  EXPECT_EQ(e.code.errorCode, e4expr);
+  EXPECT_FALSE(std::filesystem::exists(dir / "t.CDX")) << "nothing written";
+  const TAG4INFO badfilter[] = {{"X", "ID", ".NOT. (", 0, 0}, {nullptr, nullptr, nullptr, 0, 0}};
+  EXPECT_EQ(i4create(d, nullptr, badfilter), nullptr);
+  ASSERT_NE(i4create(d, nullptr, kTags), nullptr);
+  d4close(d);
+  const auto good = ReadAll(dir / "t.CDX");
+  auto damage = [&](auto change) {
+    auto b = good;
+    change(b);
+    WriteAll(dir / "t.CDX", b);
+    error4set(&e.code, 0);
+    DATA4St* t = d4open(&e.code, (dir / "t").c_str());
+    INDEX4St* ix = i4open(t, nullptr);
+    const int err = e.code.errorCode;
+    d4close(t);
+    return ix ? 0 : err;
+  };
+  EXPECT_EQ(damage([](auto&) {}), 0);
+  EXPECT_EQ(damage([](auto& b) { b.resize(1000); }), e4index) << "truncated";
+  EXPECT_EQ(damage([](auto& b) { engine::PutLE16(&b[12], 7); }), e4index) << "directory key length";
+  EXPECT_EQ(damage([](auto& b) { engine::PutLE32(&b[0], 999); }), e4index) << "directory root off the pages";
+  EXPECT_EQ(damage([](auto& b) { std::memcpy(&b[1536 + 512], "UPPER(NOSUCH)", 14); }), e4index)
+      << "an expression naming no field";
+}
+
+// Random appends, key changes, deletes, recalls and packs, checked against a sorted model after
+// every step.
+TEST_F(IndexTest, RandomChangesMatchASortedModel) {
+  DATA4St* d = Create(0);
+  const TAG4INFO tags[] = {{"NAME", "NAME", ".NOT. DELETED()", 0, 0}, {"VAL", "VALUE", nullptr, 0, 1},
+                           {nullptr, nullptr, nullptr, 0, 0}};
+  ASSERT_NE(i4create(d, nullptr, tags), nullptr);
+  std::mt19937 rng(11);
+  for (int step = 0; step < 600; ++step) {
+    const long count = d4recCount(d);
+    const int op = count < 5 ? 0 : static_cast<int>(rng() % 6);
+    const long rec = count ? 1 + static_cast<long>(rng() % count) : 0;
+    char name[16];
+    std::snprintf(name, sizeof name, "N%03u", static_cast<unsigned>(rng() % 50));
+    if (op <= 1) {
+      d4appendStart(d, 0);
+      d4blank(d);
+      f4assign(d4field(d, "NAME"), name);
+      f4assignDouble(d4field(d, "VALUE"), static_cast<double>(rng() % 2000) / 10 - 100);
+      ASSERT_EQ(d4append(d), 0);
+    } else if (op == 2 || op == 3) {
+      d4tagSelect(d, nullptr);
+      d4go(d, rec);
+      d4lock(d, rec);
+      if (op == 2) f4assign(d4field(d, "NAME"), name);
+      else f4assignDouble(d4field(d, "VALUE"), static_cast<double>(rng() % 2000) / 10 - 100);
+      ASSERT_EQ(d4flush(d), 0);
+    } else if (op == 4) {
+      d4go(d, rec);
+      d4lock(d, rec);
+      if (d4deleted(d)) d4recall(d);
+      else d4delete(d);
+      ASSERT_EQ(d4flush(d), 0);
+    } else if (rng() % 8 == 0) {
+      ASSERT_EQ(d4pack(d), 0);
+    }
+    ASSERT_EQ(Walk(d, "NAME"), Expected(d, "NAME")) << "step " << step;
+    ASSERT_EQ(Walk(d, "VAL"), Expected(d, "VAL")) << "step " << step;
+  }
+  d4close(d);
+}
+
+// Another process changes the table while this one walks its tags: every walk ends without an
+// error, and at the end each tag is the order of the records. (A record whose key changes during a
+// walk may rightly be met twice or not at all.)
+TEST_F(IndexTest, TwoProcessesShareTheIndex) {
+  DATA4St* d = Create(200);
+  ASSERT_NE(i4create(d, nullptr, kTags), nullptr);
+  d4unlock(d);  // an append leaves its record locked
+  Child writer([&] {
+    Engine c;
+    c.code.lockAttempts = WAIT4EVER;
+    c.code.autoOpen = 1;
+    DATA4St* t = d4open(&c.code, (dir / "t").c_str());
+    if (!t || !d4tag(t, "ID")) return 1;
+    std::mt19937 rng(5);
+    for (int i = 0; i < 300; ++i) {
+      const long rec = 1 + static_cast<long>(rng() % d4recCount(t));
+      d4go(t, rec);
+      if (d4lock(t, rec) != 0) return 2;
+      if (rng() % 2) {
+        d4delete(t);
+      } else {
+        char name[16];
+        std::snprintf(name, sizeof name, "w%u", static_cast<unsigned>(rng() % 1000));
+        f4assign(d4field(t, "NAME"), name);
+      }
+      if (d4flush(t) != 0) return 3;
+      if (i % 3 == 0) {
+        d4appendStart(t, 0);
+        d4blank(t);
+        char id[16];
+        std::snprintf(id, sizeof id, "W%05d", i);
+        f4assign(d4field(t, "ID"), id);
+        f4assign(d4field(t, "NAME"), id);
+        if (d4append(t) != 0) return 4;
+      }
+    }
+    return d4close(t) == 0 ? 0 : 5;
+  });
+  e.code.lockAttempts = WAIT4EVER;
+  for (int round = 0; round < 30; ++round) {
+    std::vector<long> w = Walk(d, "ZNAME");
+    EXPECT_EQ(e.code.errorCode, 0) << error4lastDetail(&e.code);
+    EXPECT_LE(w.size(), static_cast<std::size_t>(d4recCount(d)) + 5);
+  }
+  ASSERT_EQ(writer.Join(), 0);
+  for (const char* tag : {"ZNAME", "ID", "VAL", "TYPEID"}) EXPECT_EQ(Walk(d, tag), Expected(d, tag)) << tag;
+  d4close(d);
+}
+
+}  // namespace
+}  // namespace kvd::test
