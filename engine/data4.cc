@@ -90,6 +90,8 @@ int FlushRecord(DATA4St* d) {
 
 int DropLocks(DATA4St* d, bool flush) {
   int rc = flush ? FlushRecord(d) : 0;
+  // Appends that waited under the whole-table lock are written before the lock goes.
+  if (Status s = d->dbf->FlushAppends(); !s.ok() && rc == 0) rc = SetError(d->code, ErrorFor(s, e4write), s);
   for (std::uint32_t r : d->locked_records) d->dbf->UnlockRecord(r);
   d->locked_records.clear();
   if (d->append_locked) d->dbf->UnlockAppend();
@@ -138,6 +140,7 @@ int LockAllFor(DATA4St* d) {
 
 int CloseTable(DATA4St* d) {
   int rc = FlushRecord(d);
+  if (Status s = d->dbf->FlushAppends(); !s.ok() && rc == 0) rc = SetError(d->code, ErrorFor(s, e4write), s);
   if (rc < 0) rc = e4close;
   DropLocks(d, false);
   if (CodeImpl* impl = Impl(d->code)) {
@@ -488,7 +491,7 @@ int d4append(DATA4St* d) {
     if (int rc = IndexPrepare(d, new_rec, nullptr, d->record.data(), &plan)) return release(), rc;
   if (int rc = StoreMemos(d, true)) return IndexAbort(&plan), release(), rc;
   std::uint32_t rec = 0;
-  s = d->dbf->AppendRecord(d->record.data(), &rec);
+  s = d->dbf->AppendRecord(d->record.data(), &rec, /*defer=*/held);
   release();
   if (!s.ok()) return IndexAbort(&plan), SetError(d->code, ErrorFor(s, e4append), s);
   if (!d->indexes.empty())
@@ -543,7 +546,12 @@ int d4changed(DATA4St* d, int flag) {
   return was;
 }
 
-int d4flush(DATA4St* d) { return d ? FlushRecord(d) : e4parm; }
+int d4flush(DATA4St* d) {
+  if (!d) return e4parm;
+  if (int rc = FlushRecord(d)) return rc;
+  Status s = d->dbf->FlushAppends();
+  return s.ok() ? 0 : SetError(d->code, ErrorFor(s, e4write), s);
+}
 
 int d4writeLow(DATA4St* d, long rec, int unlock, int doLock) {
   if (!d) return e4parm;

@@ -50,7 +50,7 @@ bool IsValidNameChar(char c) {
 
 }  // namespace
 
-DbfFile::~DbfFile() = default;
+DbfFile::~DbfFile() { FlushAppends(); }  // best effort: CloseTable flushes first and reports
 
 Status DbfFile::Open(std::string_view path, const OpenOptions& opt, std::unique_ptr<DbfFile>* out) {
   std::unique_ptr<DbfFile> t(new DbfFile());
@@ -85,9 +85,12 @@ Status DbfFile::ParseHeader() {
   std::uint64_t size = 0;
   KVD_RETURN_IF_ERROR(file_->Size(&size));
   if (size < dbf::kHeaderSize) return KVD_CORRUPT(p, 0, "file shorter than a table header");
-  KVD_RETURN_IF_ERROR(EnsureMapped(size));
-  const unsigned char* h = reinterpret_cast<const unsigned char*>(map_.data());
-
+  unsigned char first[dbf::kHeaderSize];
+  KVD_RETURN_IF_ERROR(file_->ReadExactAt(0, first, sizeof first));
+  std::vector<unsigned char> head(std::min<std::uint64_t>(size, std::max<unsigned>(GetLE16(first + dbf::kOffHeaderLen), dbf::kHeaderSize)));
+  KVD_RETURN_IF_ERROR(file_->ReadExactAt(0, head.data(), head.size()));
+  const unsigned char* h = head.data();
+  flags_ = h[dbf::kOffFlags];
   version_ = h[dbf::kOffVersion];
   if (!IsKnownVersion(version_)) return KVD_CORRUPT(p, 0, "unknown table version byte");
   const bool vfp = dbf::IsVisualFoxPro(version_);
@@ -170,8 +173,26 @@ Status DbfFile::EnsureMapped(std::uint64_t end) {
   return map_.Map(*file_, size);
 }
 
+Status DbfFile::Fetch(std::uint64_t off, void* out, std::size_t n) {
+  if (off + n > map_.size()) {
+    if (reads_ < kReadsBeforeMapping) {
+      ++reads_;
+      return file_->ReadExactAt(off, out, n);
+    }
+    KVD_RETURN_IF_ERROR(EnsureMapped(off + n));
+  }
+  std::memcpy(out, map_.data() + off, n);
+  return Status::Ok();
+}
+
 Status DbfFile::RecordCount(std::uint32_t* count) {
-  *count = GetLE32(reinterpret_cast<const unsigned char*>(map_.data()) + dbf::kOffRecCount);
+  if (pending_n_) {
+    *count = pending_base_ + pending_n_;
+    return Status::Ok();
+  }
+  unsigned char b[4];
+  KVD_RETURN_IF_ERROR(Fetch(dbf::kOffRecCount, b, 4));
+  *count = GetLE32(b);
   return Status::Ok();
 }
 
@@ -179,10 +200,12 @@ Status DbfFile::ReadRecord(std::uint32_t rec, char* out) {
   std::uint32_t count = 0;
   KVD_RETURN_IF_ERROR(RecordCount(&count));
   if (rec == 0 || rec > count) return Status::NotFound("no record " + std::to_string(rec));
+  if (pending_n_ && rec > pending_base_) {
+    std::memcpy(out, pending_.data() + static_cast<std::size_t>(rec - pending_base_ - 1) * record_len_, record_len_);
+    return Status::Ok();
+  }
   const std::uint64_t off = header_len_ + static_cast<std::uint64_t>(rec - 1) * record_len_;
-  KVD_RETURN_IF_ERROR(EnsureMapped(off + record_len_));
-  std::memcpy(out, map_.data() + off, record_len_);
-  return Status::Ok();
+  return Fetch(off, out, record_len_);
 }
 
 Status DbfFile::WriteRecord(std::uint32_t rec, const char* in) {
@@ -190,12 +213,41 @@ Status DbfFile::WriteRecord(std::uint32_t rec, const char* in) {
   std::uint32_t count = 0;
   KVD_RETURN_IF_ERROR(RecordCount(&count));
   if (rec == 0 || rec > count) return Status::NotFound("no record " + std::to_string(rec));
+  if (pending_n_ && rec > pending_base_) {
+    std::memcpy(pending_.data() + static_cast<std::size_t>(rec - pending_base_ - 1) * record_len_, in, record_len_);
+    return Status::Ok();
+  }
   KVD_RETURN_IF_ERROR(TouchDate());
   return file_->WriteAt(header_len_ + static_cast<std::uint64_t>(rec - 1) * record_len_, in, record_len_);
 }
 
-Status DbfFile::AppendRecord(const char* in, std::uint32_t* rec) {
+Status DbfFile::FlushAppends() {
+  if (pending_n_ == 0) return Status::Ok();
+  pending_.push_back(static_cast<char>(dbf::kEndOfFile));
+  Status s = file_->WriteAt(header_len_ + static_cast<std::uint64_t>(pending_base_) * record_len_, pending_.data(),
+                            pending_.size());
+  pending_.pop_back();
+  if (!s.ok()) return s;
+  unsigned char head[7];
+  std::memcpy(head, Today(), 3);
+  PutLE32(head + 3, pending_base_ + pending_n_);
+  KVD_RETURN_IF_ERROR(file_->WriteAt(dbf::kOffDate, head, sizeof head));
+  date_touched_ = true;
+  pending_.clear();
+  pending_n_ = 0;
+  return Status::Ok();
+}
+
+Status DbfFile::AppendRecord(const char* in, std::uint32_t* rec, bool defer) {
   if (read_only_) return Status::ReadOnly("table opened read only: " + file_->path());
+  if (defer) {
+    if (pending_n_ == 0) KVD_RETURN_IF_ERROR(RecordCount(&pending_base_));
+    if (pending_base_ + pending_n_ >= kMaxRecords) return Status::NoSpace("table is full: " + file_->path());
+    pending_.insert(pending_.end(), in, in + record_len_);
+    *rec = pending_base_ + ++pending_n_;
+    return pending_.size() >= (1u << 20) ? FlushAppends() : Status::Ok();
+  }
+  KVD_RETURN_IF_ERROR(FlushAppends());
   std::uint32_t count = 0;
   KVD_RETURN_IF_ERROR(RecordCount(&count));
   if (count >= kMaxRecords) return Status::NoSpace("table is full: " + file_->path());
@@ -215,15 +267,14 @@ Status DbfFile::AppendRecord(const char* in, std::uint32_t* rec) {
   return Status::Ok();
 }
 
-bool DbfFile::HasProductionIndex() const {
-  return reinterpret_cast<const unsigned char*>(map_.data())[dbf::kOffFlags] & dbf::kFlagProductionIndex;
-}
+bool DbfFile::HasProductionIndex() const { return flags_ & dbf::kFlagProductionIndex; }
 
 Status DbfFile::SetProductionIndex(bool on) {
   if (read_only_ || HasProductionIndex() == on) return Status::Ok();
-  unsigned char b = reinterpret_cast<const unsigned char*>(map_.data())[dbf::kOffFlags];
-  b = on ? (b | dbf::kFlagProductionIndex) : (b & ~dbf::kFlagProductionIndex);
-  return file_->WriteAt(dbf::kOffFlags, &b, 1);
+  const unsigned char b = static_cast<unsigned char>(on ? (flags_ | dbf::kFlagProductionIndex) : (flags_ & ~dbf::kFlagProductionIndex));
+  KVD_RETURN_IF_ERROR(file_->WriteAt(dbf::kOffFlags, &b, 1));
+  flags_ = b;
+  return Status::Ok();
 }
 
 const unsigned char* DbfFile::Today() {
@@ -365,6 +416,7 @@ Status DbfFile::Create(std::string_view path, std::span<const FieldLayout> in_fi
 }
 
 Status DbfFile::RewriteWith(const std::vector<std::uint32_t>& keep_recs) {
+  KVD_RETURN_IF_ERROR(FlushAppends());
   if (!exclusive_) return Status::Busy("a rewrite needs the table alone: " + file_->path());
   // Copy the header as it stands (a foreign header keeps its backlink and flags), with the new count.
   std::vector<unsigned char> head(header_len_);

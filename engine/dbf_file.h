@@ -86,7 +86,12 @@ class DbfFile {
   // Overwrites record `rec`, which must exist.
   Status WriteRecord(std::uint32_t rec, const char* in);
   // Writes `in` as record count+1 and raises the count. The caller holds the append lock.
-  Status AppendRecord(const char* in, std::uint32_t* rec);
+  // With `defer` (the caller holds the whole table, so no one else can append or change the count)
+  // the record may wait in memory with others and the count is written once for all of them by
+  // FlushAppends; reads and writes of this object see the waiting records as if written.
+  Status AppendRecord(const char* in, std::uint32_t* rec, bool defer = false);
+  // Writes waiting appended records and the count. Due before the whole-table lock goes.
+  Status FlushAppends();
   // Byte 28, bit 0: the table has a production index (its own name with .CDX).
   bool HasProductionIndex() const;
   Status SetProductionIndex(bool on);
@@ -134,7 +139,17 @@ class DbfFile {
   bool read_only_ = false;
   bool exclusive_ = false;
   bool date_touched_ = false;
+  // Reads a range of the file: from the mapping once there is one, else with pread. A table opened
+  // for a few reads never maps it (mapping and unmapping cost more than the reads); after
+  // kReadsBeforeMapping reads it is mapped.
+  Status Fetch(std::uint64_t off, void* out, std::size_t n);
+  static constexpr int kReadsBeforeMapping = 8;
+  int reads_ = 0;
+  unsigned char flags_ = 0;             // header byte 28 as last read or written
   std::vector<char> append_buf_;        // record + end mark, reused by every append
+  std::vector<char> pending_;           // appended records not yet written (deferred appends)
+  std::uint32_t pending_base_ = 0;      // the count in the file when they began
+  std::uint32_t pending_n_ = 0;         // how many wait
   unsigned char today_[3] = {0, 0, 0};  // header date bytes, refreshed once a minute
   std::uint64_t today_at_ = 0;          // when today_ was taken (monotonic ms), 0 = never
   const unsigned char* Today();

@@ -62,6 +62,7 @@ Status CompressMemoFile(DbfFile& dbf, MemoFile& memo, std::string_view table_nam
   platform::RemoveFile(new_memo);
   platform::RemoveFile(new_table);
 
+  KVD_RETURN_IF_ERROR(dbf.FlushAppends());
   std::vector<const FieldLayout*> memo_fields;
   for (const FieldLayout& f : dbf.fields())
     if (IsMemoLayout(f)) memo_fields.push_back(&f);
@@ -105,7 +106,9 @@ Status CompressMemoFile(DbfFile& dbf, MemoFile& memo, std::string_view table_nam
 
 void RecoverInterruptedCompress(std::string_view table_name) {
   const std::string new_table = PendingName(table_name, "dbf");
-  if (!platform::FileExists(new_table)) return;  // the common case: one failed lookup
+  // The common case is one failed look-up of a name we wrote ourselves, in the case we wrote it:
+  // no directory scan for a spelling in another case.
+  if (!platform::FileExistsAsSpelled(new_table)) return;
   // Only whoever has the table alone may repair it; an opener that cannot get it leaves the repair
   // to the next one (someone else has the table open and did it, or will).
   std::unique_ptr<platform::File> guard;

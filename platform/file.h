@@ -105,6 +105,9 @@ class Mapping {
 // File-system operations by path (Windows form allowed).
 bool FileExists(std::string_view path);       // a regular file
 bool DirectoryExists(std::string_view path);
+// Like FileExists, but the name part is taken exactly as spelled (the directory is still found
+// ignoring case): for names this library wrote itself, where a case-blind search would only cost.
+bool FileExistsAsSpelled(std::string_view path);
 // Deletes a file. Refuses with kBusy while any open file description holds a flock on it (another
 // opener, in this or another process), as Windows refuses to delete an open file.
 Status RemoveFile(std::string_view path);

@@ -1,3 +1,5 @@
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <string>
 
@@ -12,6 +14,12 @@ Status ReplaceFileHeld(std::string_view from, std::string_view to) {
   const std::string dst = HostPath(to);
   if (Sys().rename(src.c_str(), dst.c_str()) != 0) return Status::FromErrno(errno, "rename to", dst);
   return Status::Ok();
+}
+
+bool FileExistsAsSpelled(std::string_view path) {
+  const std::string host = HostPath(DirPart(path)) + std::string(NamePart(path));
+  struct stat st;
+  return ::stat(host.c_str(), &st) == 0 && S_ISREG(st.st_mode);
 }
 
 }  // namespace kvd::platform

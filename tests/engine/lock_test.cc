@@ -75,6 +75,34 @@ TEST_F(LockTest, WholeTableLockStopsRecordLocksAndAppends) {
   d4close(d);
 }
 
+TEST_F(LockTest, AppendsUnderTheTableLockAppearToOthersWhenItGoes) {
+  DATA4St* d = d4open(&a.code, name().c_str());
+  DATA4St* o = d4open(&b.code, name().c_str());
+  ASSERT_EQ(d4lockAll(d), 0);
+  for (int i = 0; i < 3; ++i) {
+    d4appendStart(d, 0);
+    d4blank(d);
+    f4assignInt(d4field(d, "VAL"), 100 + i);
+    ASSERT_EQ(d4append(d), 0);
+  }
+  EXPECT_EQ(d4recCount(d), 8) << "the appender sees its own records at once";
+  d4go(d, 7);
+  EXPECT_EQ(f4int(d4field(d, "VAL")), 101);
+  f4assignInt(d4field(d, "VAL"), 111);
+  ASSERT_EQ(d4flush(d), 0);
+  d4go(d, 8);
+  EXPECT_EQ(d4recCount(o), 8) << "a flush writes them";
+  ASSERT_EQ(d4appendBlank(d), 0);
+  EXPECT_EQ(d4recCount(o), 8);
+  ASSERT_EQ(d4unlock(d), 0);
+  EXPECT_EQ(d4recCount(o), 9) << "unlocking writes them";
+  d4go(o, 7);
+  EXPECT_EQ(f4int(d4field(o, "VAL")), 111);
+  EXPECT_EQ(ReadAll(dir / "l.DBF").back(), 0x1A);
+  d4close(o);
+  d4close(d);
+}
+
 TEST_F(LockTest, GroupLocksAreAllOrNone) {
   DATA4St* d = d4open(&a.code, name().c_str());
   DATA4St* o = d4open(&b.code, name().c_str());
