@@ -81,7 +81,8 @@ Status DecodeCdxPage(const unsigned char* p, std::uint32_t offset, const CdxKeyF
   out->left = GetLE32(p + cdx::kOffLeft);
   out->right = GetLE32(p + cdx::kOffRight);
   out->entries.clear();
-  if (out->attr > 3) return KVD_CORRUPT(file, offset, "index page with unknown attributes");
+  // Bits 0x01 root and 0x02 leaf; some writers also set 0x04 on pages of their own tags.
+  if (out->attr > 7) return KVD_CORRUPT(file, offset, "index page with unknown attributes");
   const unsigned klen = fmt.key_len;
   if (klen == 0 || klen > cdx::kMaxKeyLen) return KVD_CORRUPT(file, offset, "index key length out of range");
 

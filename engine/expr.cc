@@ -919,6 +919,14 @@ class Parser {
         f = &candidate;
         break;
       }
+    // A table that belongs to a database container keeps long field names there and only their
+    // first ten characters in the table itself, while its index expressions use the long name.
+    if (f == nullptr && name.size() > 10)
+      for (const FieldLayout& candidate : fields_)
+        if (UpperCopy(candidate.name) == name.substr(0, 10)) {
+          f = &candidate;
+          break;
+        }
     if (f == nullptr) return Fail(at, "unknown field '" + name + "'");
     auto n = NewNode(Op::kField, ExprType::kNumeric, at);
     n->field_type = f->type;
