@@ -18,6 +18,9 @@
  *  - Text is 8-bit, in the table's code page, not converted.
  *  - Threads: one Code4 with its tables is used by one thread at a time. Different Code4 states
  *    may be used by different threads at once.
+ *  - A forked child shares its parent's open files and so their locks, open-mode locks included:
+ *    open tables after the fork (a child that inherits an open table keeps the parent's share lock
+ *    alive even after the parent closes it).
  *  - Record numbers, counts and the "long" of the field calls are 32-bit wherever they are stored
  *    or printed: a DBF holds at most 2^32-1 records and this engine's lock layout allows
  *    0x07FFFFFF. `long` in these signatures is the table layer's 32-bit value and is checked

@@ -106,4 +106,24 @@ class Signal {
   int fds_[2];
 };
 
+// A pipe carrying one letter at a time; Recv gives 0 when the other end is gone.
+class Channel {
+ public:
+  Channel() {
+    if (pipe(fds_) != 0) fds_[0] = fds_[1] = -1;
+  }
+  ~Channel() {
+    close(fds_[0]);
+    close(fds_[1]);
+  }
+  void Send(char c) { (void)!write(fds_[1], &c, 1); }
+  char Recv() {
+    char c = 0;
+    return read(fds_[0], &c, 1) == 1 ? c : 0;
+  }
+
+ private:
+  int fds_[2];
+};
+
 }  // namespace kvd::test

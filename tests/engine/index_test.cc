@@ -298,6 +298,84 @@ TEST_F(IndexTest, RandomChangesMatchASortedModel) {
   d4close(d);
 }
 
+// The same in two processes: a child makes each change, and after every step the parent, which
+// has the table open all along, checks both tags against the records. For a pack the parent lets
+// the table go, since a pack needs it alone.
+TEST_F(IndexTest, RandomChangesByAnotherProcessMatchTheModel) {
+  DATA4St* d = Create(30);
+  const TAG4INFO tags[] = {{"NAME", "NAME", ".NOT. DELETED()", 0, 0}, {"VAL", "VALUE", nullptr, 0, 1},
+                           {nullptr, nullptr, nullptr, 0, 0}};
+  ASSERT_NE(i4create(d, nullptr, tags), nullptr);
+  d4close(d);  // the child must not inherit the parent's open table (its share lock would come along)
+  Channel to_parent, to_child;
+  auto changes = [&]() -> int {
+    Engine c;
+    c.code.autoOpen = 1;
+    c.code.lockAttempts = WAIT4EVER;
+    DATA4St* t = d4open(&c.code, (dir / "t").c_str());
+    if (!t || !d4tag(t, "VAL")) return 1;
+    std::mt19937 rng(23);
+    for (int step = 0; step < 150; ++step) {
+      const long count = d4recCount(t);
+      const int op = static_cast<int>(rng() % 9);
+      const long rec = 1 + static_cast<long>(rng() % count);
+      char name[16];
+      std::snprintf(name, sizeof name, "N%02u", static_cast<unsigned>(rng() % 30));
+      if (op == 8) {
+        to_parent.Send('P');
+        to_child.Recv();  // the parent has closed the table
+        if (d4pack(t) != 0) return 2;
+      } else if (op <= 2) {
+        d4appendStart(t, 0);
+        d4blank(t);
+        f4assign(d4field(t, "NAME"), name);
+        f4assignDouble(d4field(t, "VALUE"), static_cast<double>(rng() % 400) / 4 - 50);
+        if (d4append(t) != 0) return 3;
+      } else {
+        d4tagSelect(t, nullptr);
+        d4go(t, rec);
+        if (d4lock(t, rec) != 0) return 4;
+        if (op <= 4) f4assign(d4field(t, "NAME"), name);
+        else if (op <= 6) f4assignDouble(d4field(t, "VALUE"), static_cast<double>(rng() % 400) / 4 - 50);
+        else if (d4deleted(t)) d4recall(t);
+        else d4delete(t);
+      }
+      if (d4unlock(t) != 0) return 5;  // writes the change and lets the record go
+      to_parent.Send('S');
+      if (to_child.Recv() != 'C') return 6;
+    }
+    d4close(t);
+    return 0;
+  };
+  Child child([&] {
+    const int rc = changes();
+    if (rc) std::fprintf(stderr, "child stopped with %d\n", rc);
+    to_parent.Send('E');  // also after a failure, so that the parent does not wait for ever
+    return rc;
+  });
+  e.code.lockAttempts = WAIT4EVER;
+  e.code.autoOpen = 1;
+  d = d4open(&e.code, (dir / "t").c_str());
+  ASSERT_NE(d4tag(d, "VAL"), nullptr);
+  int steps = 0;
+  for (char m = to_parent.Recv(); m != 'E' && m != 0; m = to_parent.Recv()) {
+    if (m == 'P') {
+      d4close(d);
+      to_child.Send('K');
+      ASSERT_EQ(to_parent.Recv(), 'S');
+      d = d4open(&e.code, (dir / "t").c_str());
+      ASSERT_NE(d, nullptr);
+    }
+    ASSERT_EQ(Walk(d, "NAME"), Expected(d, "NAME")) << "step " << steps;
+    ASSERT_EQ(Walk(d, "VAL"), Expected(d, "VAL")) << "step " << steps;
+    ++steps;
+    to_child.Send('C');
+  }
+  ASSERT_EQ(child.Join(), 0);
+  EXPECT_EQ(steps, 150);
+  d4close(d);
+}
+
 // Another process changes the table while this one walks its tags: every walk ends without an
 // error, and at the end each tag is the order of the records. (A record whose key changes during a
 // walk may rightly be met twice or not at all.)
