@@ -69,27 +69,27 @@ Status CdxFile::Open(std::string_view path, bool read_only, bool exclusive, std:
   return Status::Ok();
 }
 
-Status CdxFile::ReadHeader(std::uint32_t off, CdxTagSpec* spec) {
+Status CdxFile::ReadHeader(std::uint32_t off, CdxTagDef* def) {
   const std::string& p = file_->path();
   KVD_RETURN_IF_ERROR(EnsureMapped(static_cast<std::uint64_t>(off) + cdx::kHeaderSize));
   const unsigned char* h = reinterpret_cast<const unsigned char*>(map_.data()) + off;
-  spec->fmt.key_len = GetLE16(h + cdx::kOffKeyLen);
-  if (spec->fmt.key_len == 0 || spec->fmt.key_len > cdx::kMaxKeyLen)
+  def->fmt.key_len = GetLE16(h + cdx::kOffKeyLen);
+  if (def->fmt.key_len == 0 || def->fmt.key_len > cdx::kMaxKeyLen)
     return KVD_CORRUPT(p, off + cdx::kOffKeyLen, "tag key length out of range");
   const unsigned char opt = h[cdx::kOffOptions];
-  spec->unique = opt & cdx::kOptUnique;
-  spec->unique_continue = spec->unique && h[kOffUniqueRule] == kUniqueContinueMark;
-  spec->descending = GetLE16(h + cdx::kOffDescending) != 0;
+  def->unique = opt & cdx::kOptUnique;
+  def->unique_continue = def->unique && h[kOffUniqueRule] == kUniqueContinueMark;
+  def->descending = GetLE16(h + cdx::kOffDescending) != 0;
   const unsigned kpos = GetLE16(h + cdx::kOffKeyPos), klen = GetLE16(h + cdx::kOffKeyExprLen);
   const unsigned fpos = GetLE16(h + cdx::kOffForPos), flen = GetLE16(h + cdx::kOffForLen);
   if (kpos + klen > cdx::kPoolSize || klen < 2) return KVD_CORRUPT(p, off + cdx::kOffKeyPos, "key expression outside the pool");
   if (fpos + flen > cdx::kPoolSize) return KVD_CORRUPT(p, off + cdx::kOffForPos, "filter outside the pool");
   const char* pool = reinterpret_cast<const char*>(h + cdx::kPoolOffset);
-  spec->expression.assign(pool + kpos, strnlen(pool + kpos, klen));
-  spec->filter.clear();
-  if ((opt & cdx::kOptFor) && flen > 1) spec->filter.assign(pool + fpos, strnlen(pool + fpos, flen));
-  if (spec->expression.empty()) return KVD_CORRUPT(p, off + cdx::kPoolOffset, "tag without a key expression");
-  spec->fmt.fill = ' ';  // until the expression says otherwise
+  def->expression.assign(pool + kpos, strnlen(pool + kpos, klen));
+  def->filter.clear();
+  if ((opt & cdx::kOptFor) && flen > 1) def->filter.assign(pool + fpos, strnlen(pool + fpos, flen));
+  if (def->expression.empty()) return KVD_CORRUPT(p, off + cdx::kPoolOffset, "tag without a key expression");
+  def->fmt.fill = ' ';  // until the expression says otherwise
   return Status::Ok();
 }
 
@@ -104,13 +104,13 @@ Status CdxFile::ReadDirectory() {
   tags_.clear();
   for (; pos.valid;) {
     Tag t;
-    t.spec.name = pos.entry().key;
-    while (!t.spec.name.empty() && (t.spec.name.back() == ' ' || t.spec.name.back() == '\0')) t.spec.name.pop_back();
-    for (char& c : t.spec.name) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    t.def.name = pos.entry().key;
+    while (!t.def.name.empty() && (t.def.name.back() == ' ' || t.def.name.back() == '\0')) t.def.name.pop_back();
+    for (char& c : t.def.name) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
     t.header = pos.entry().recno;
     if (t.header % cdx::kPageSize != 0 || t.header < cdx::kHeaderSize)
       return KVD_CORRUPT(p, t.header, "tag header at an impossible offset");
-    KVD_RETURN_IF_ERROR(ReadHeader(t.header, &t.spec));
+    KVD_RETURN_IF_ERROR(ReadHeader(t.header, &t.def));
     tags_.push_back(std::move(t));
     if (tags_.size() > 4096) return KVD_CORRUPT(p, 0, "tag directory without end");
     KVD_RETURN_IF_ERROR(tree.Next(&pos));
@@ -120,18 +120,18 @@ Status CdxFile::ReadDirectory() {
   for (std::size_t i = 1; i < tags_.size(); ++i)
     if (tags_[i].header == tags_[i - 1].header) return KVD_CORRUPT(p, tags_[i].header, "two tags share one header");
   stores_.clear();
-  for (Tag& t : tags_) stores_.push_back(std::make_unique<TagStore>(this, t.header, &t.spec.fmt));
+  for (Tag& t : tags_) stores_.push_back(std::make_unique<TagStore>(this, t.header, &t.def.fmt));
   return Status::Ok();
 }
 
-Status CdxFile::CreateEmpty(std::string_view path, const std::vector<CdxTagSpec>& specs, std::unique_ptr<CdxFile>* out) {
+Status CdxFile::CreateEmpty(std::string_view path, const std::vector<CdxTagDef>& defs, std::unique_ptr<CdxFile>* out) {
   std::unique_ptr<CdxFile> f(new CdxFile());
   KVD_RETURN_IF_ERROR(platform::File::Open(path, platform::OpenMode::kCreateExclusive, &f->file_));
   KVD_RETURN_IF_ERROR(f->file_->ShareLock(platform::LockKind::kExclusive, false));
   // Layout: file header, directory root leaf, then per tag its header and its empty root leaf.
   const std::uint32_t per_tag = cdx::kHeaderSize + cdx::kPageSize;
   const std::uint32_t first_tag = cdx::kHeaderSize + cdx::kPageSize;
-  const std::uint64_t size = first_tag + static_cast<std::uint64_t>(per_tag) * specs.size();
+  const std::uint64_t size = first_tag + static_cast<std::uint64_t>(per_tag) * defs.size();
   std::vector<unsigned char> buf(size, 0);
   auto header = [&](std::uint32_t off, unsigned key_len, unsigned char opt, const std::string& expr,
                     const std::string& filter, bool desc, bool cont) {
@@ -151,8 +151,8 @@ Status CdxFile::CreateEmpty(std::string_view path, const std::vector<CdxTagSpec>
   };
   header(0, cdx::kTagNameLen, cdx::kOptCompact | cdx::kOptCompound | cdx::kOptDirectory, "", "", false, false);
   std::vector<CdxEntry> dir;
-  for (std::size_t i = 0; i < specs.size(); ++i) {
-    const CdxTagSpec& s = specs[i];
+  for (std::size_t i = 0; i < defs.size(); ++i) {
+    const CdxTagDef& s = defs[i];
     if (s.expression.size() + s.filter.size() + 2 > cdx::kPoolSize)
       return Status::InvalidArgument("tag expression and filter longer than an index can store: " + s.name);
     if (s.fmt.key_len == 0 || s.fmt.key_len > cdx::kMaxKeyLen)
@@ -182,10 +182,10 @@ Status CdxFile::CreateEmpty(std::string_view path, const std::vector<CdxTagSpec>
   KVD_RETURN_IF_ERROR(f->file_->WriteAt(0, buf.data(), buf.size()));
   KVD_RETURN_IF_ERROR(f->map_.Map(*f->file_, size));
   KVD_RETURN_IF_ERROR(f->ReadDirectory());
-  for (std::size_t i = 0; i < specs.size(); ++i) {
+  for (std::size_t i = 0; i < defs.size(); ++i) {
     // The directory sorted the tags by header offset, which is the given order.
-    f->tags_[i].spec = specs[i];
-    for (char& c : f->tags_[i].spec.name) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    f->tags_[i].def = defs[i];
+    for (char& c : f->tags_[i].def.name) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
   }
   *out = std::move(f);
   return Status::Ok();

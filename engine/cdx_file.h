@@ -23,7 +23,7 @@
 
 namespace kvd::engine {
 
-struct CdxTagSpec {
+struct CdxTagDef {
   std::string name;        // at most 10 characters; stored upper case
   std::string expression;  // as written
   std::string filter;      // empty: none
@@ -36,21 +36,21 @@ struct CdxTagSpec {
 class CdxFile {
  public:
   struct Tag {
-    CdxTagSpec spec;
+    CdxTagDef def;
     std::uint32_t header = 0;  // offset of the tag header
   };
 
   static Status Open(std::string_view path, bool read_only, bool exclusive, std::unique_ptr<CdxFile>* out);
   // Writes a new index file with empty tags at `path` (which must not exist). The tags keep the
   // given order, which is their creation order. Returns it opened, exclusive, for building.
-  static Status CreateEmpty(std::string_view path, const std::vector<CdxTagSpec>& tags, std::unique_ptr<CdxFile>* out);
+  static Status CreateEmpty(std::string_view path, const std::vector<CdxTagDef>& tags, std::unique_ptr<CdxFile>* out);
 
   ~CdxFile();
   const std::string& path() const { return file_->path(); }
   const std::vector<Tag>& tags() const { return tags_; }
   bool read_only() const { return read_only_; }
   // Fills in the key format of tag i once its expression is known (opening leaves it unknown).
-  void SetFormat(std::size_t i, const CdxKeyFormat& fmt) { tags_[i].spec.fmt = fmt; }
+  void SetFormat(std::size_t i, const CdxKeyFormat& fmt) { tags_[i].def.fmt = fmt; }
 
   // The page store of tag i, for CdxTree. Valid while this object lives.
   CdxPageStore& Store(std::size_t i);
@@ -81,7 +81,7 @@ class CdxFile {
   CdxFile() = default;
   Status ReadDirectory();
   Status EnsureMapped(std::uint64_t end);
-  Status ReadHeader(std::uint32_t offset, CdxTagSpec* spec);
+  Status ReadHeader(std::uint32_t offset, CdxTagDef* def);
 
   std::unique_ptr<platform::File> file_;
   platform::Mapping map_;

@@ -58,18 +58,18 @@ int AdoptIndex(DATA4St* d, std::unique_ptr<CdxFile> file, const std::string& nam
     auto t = std::make_unique<TAG4St>();
     t->index = ix.get();
     t->pos = i;
-    t->name = ft.spec.name;
-    Status s = Expr::Parse(ft.spec.expression, layout, &t->expr);
-    if (s.ok() && !ft.spec.filter.empty()) s = Expr::Parse(ft.spec.filter, layout, &t->filter);
+    t->name = ft.def.name;
+    Status s = Expr::Parse(ft.def.expression, layout, &t->expr);
+    if (s.ok() && !ft.def.filter.empty()) s = Expr::Parse(ft.def.filter, layout, &t->filter);
     if (!s.ok()) return SetError(d->code, e4index, "tag " + t->name + " of " + name + ": " + s.ToString());
     if (t->filter && t->filter->type() != ExprType::kLogical)
       return SetError(d->code, e4index, "tag " + t->name + " of " + name + ": filter is not a condition");
     const CdxKeyFormat fmt = FormatFor(*t->expr);
-    if (fmt.key_len != ft.spec.fmt.key_len)
+    if (fmt.key_len != ft.def.fmt.key_len)
       return SetError(d->code, e4index, "tag " + t->name + " of " + name + ": key length disagrees with its expression");
     file->SetFormat(i, fmt);
-    t->unique = ft.spec.unique ? (ft.spec.unique_continue ? r4uniqueContinue : e4unique) : 0;
-    t->descending = ft.spec.descending;
+    t->unique = ft.def.unique ? (ft.def.unique_continue ? r4uniqueContinue : e4unique) : 0;
+    t->descending = ft.def.descending;
     ix->tags.push_back(std::move(t));
   }
   ix->file = std::move(file);
@@ -368,27 +368,27 @@ INDEX4St* i4create(DATA4St* d, const char* name, const TAG4INFO* tags) {
   const std::string path = name && *name ? WithExtension(name, ".CDX") : ProductionIndexName(d->name);
   if (int rc = FlushRecord(d)) return (void)rc, nullptr;
   // The definitions first: nothing is written when one of them is bad.
-  std::vector<CdxTagSpec> specs;
+  std::vector<CdxTagDef> defs;
   for (const TAG4INFO* t = tags; t->name; ++t) {
-    CdxTagSpec spec;
-    spec.name = t->name;
-    if (spec.name.empty() || spec.name.size() > cdx::kTagNameLen)
-      return SetError(d->code, e4tagName, "tag name must have 1 to 10 characters: '" + spec.name + "'"), nullptr;
-    spec.expression = t->expression ? t->expression : "";
-    spec.filter = t->filter ? t->filter : "";
+    CdxTagDef def;
+    def.name = t->name;
+    if (def.name.empty() || def.name.size() > cdx::kTagNameLen)
+      return SetError(d->code, e4tagName, "tag name must have 1 to 10 characters: '" + def.name + "'"), nullptr;
+    def.expression = t->expression ? t->expression : "";
+    def.filter = t->filter ? t->filter : "";
     std::unique_ptr<Expr> e, f;
-    Status s = Expr::Parse(spec.expression, d->dbf->fields(), &e);
-    if (s.ok() && !spec.filter.empty()) s = Expr::Parse(spec.filter, d->dbf->fields(), &f);
-    if (!s.ok()) return SetError(d->code, e4expr, "tag " + spec.name + ": " + s.ToString()), nullptr;
+    Status s = Expr::Parse(def.expression, d->dbf->fields(), &e);
+    if (s.ok() && !def.filter.empty()) s = Expr::Parse(def.filter, d->dbf->fields(), &f);
+    if (!s.ok()) return SetError(d->code, e4expr, "tag " + def.name + ": " + s.ToString()), nullptr;
     if (f && f->type() != ExprType::kLogical)
-      return SetError(d->code, e4expr, "tag " + spec.name + ": the filter is not a condition"), nullptr;
+      return SetError(d->code, e4expr, "tag " + def.name + ": the filter is not a condition"), nullptr;
     if (e->key_length() == 0 || e->key_length() > cdx::kMaxKeyLen)
-      return SetError(d->code, e4expr, "tag " + spec.name + ": key longer than 240 bytes"), nullptr;
-    spec.fmt = FormatFor(*e);
-    spec.unique = t->unique != 0;
-    spec.unique_continue = t->unique == r4uniqueContinue;
-    spec.descending = t->descending != 0;
-    specs.push_back(std::move(spec));
+      return SetError(d->code, e4expr, "tag " + def.name + ": key longer than 240 bytes"), nullptr;
+    def.fmt = FormatFor(*e);
+    def.unique = t->unique != 0;
+    def.unique_continue = t->unique == r4uniqueContinue;
+    def.descending = t->descending != 0;
+    defs.push_back(std::move(def));
   }
   // An index of this name that this table has open is closed first: it is being replaced.
   for (auto it = d->indexes.begin(); it != d->indexes.end(); ++it) {
@@ -401,7 +401,7 @@ INDEX4St* i4create(DATA4St* d, const char* name, const TAG4INFO* tags) {
   // Built aside, then put in place of any old file (refused while another opener holds it).
   const std::string tmp = TempNameBeside(path, "cdx");
   std::unique_ptr<CdxFile> file;
-  Status s = CdxFile::CreateEmpty(tmp, specs, &file);
+  Status s = CdxFile::CreateEmpty(tmp, defs, &file);
   if (!s.ok()) {
     kvd::platform::RemoveFile(tmp);
     return SetError(d->code, ErrorFor(s, e4create), s), nullptr;
@@ -409,8 +409,8 @@ INDEX4St* i4create(DATA4St* d, const char* name, const TAG4INFO* tags) {
   INDEX4St* ix = nullptr;
   int rc = AdoptIndex(d, std::move(file), tmp, &ix);
   if (rc == 0) {
-    for (std::size_t i = 0; i < specs.size(); ++i)
-      ix->tags[i]->unique = specs[i].unique ? (specs[i].unique_continue ? r4uniqueContinue : e4unique) : 0;
+    for (std::size_t i = 0; i < defs.size(); ++i)
+      ix->tags[i]->unique = defs[i].unique ? (defs[i].unique_continue ? r4uniqueContinue : e4unique) : 0;
     rc = BuildIndex(d, ix, /*strict=*/true);
   }
   // The index leaves the table's list and the temporary file is closed before the rename.
