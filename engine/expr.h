@@ -12,8 +12,9 @@
 //
 // Types and lengths: every expression has a fixed result type and, for text, a fixed length
 // computed from the fields when it is parsed (a field's width, the sum of a +, STR's len, the
-// SUBSTR/LEFT count, the argument's width for TRIM and friends, whose results are blank-padded back
-// to it). That length is the key length of a tag on the expression.
+// SUBSTR/LEFT count, the argument's width for TRIM and friends). Inside the expression a trimmed
+// text keeps its real length, so TRIM(LAST)+FIRST joins without the blanks; the finished result is
+// blank-padded to the fixed length, which is the key length of a tag on the expression.
 #pragma once
 
 #include <cstdint>
