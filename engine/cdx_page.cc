@@ -31,6 +31,29 @@ unsigned TrailingFill(const std::string& k, unsigned char fill) {
   return n;
 }
 
+// How key `key` is stored after `prev` (null for the first key of a page): the bytes it repeats
+// from the previous key, the fill bytes it ends with, and the bytes of its own in the key text.
+// The repeated bytes never reach into the previous key's fill: the format allows it, but some
+// readers rebuild that fill with zero bytes and would copy those into this key. Keeping the count
+// below costs a byte or two of text for keys that follow a shorter key with inner blanks.
+struct LeafKeySplit {
+  unsigned dup, trail, own;
+};
+
+LeafKeySplit SplitLeafKey(const std::string* prev, const std::string& key, const CdxKeyFormat& fmt) {
+  LeafKeySplit s;
+  s.trail = TrailingFill(key, fmt.fill);
+  s.dup = 0;
+  if (prev != nullptr) {
+    s.dup = SharedPrefix(*prev, key);
+    const unsigned prev_own_end = fmt.key_len - std::min<unsigned>(fmt.key_len, TrailingFill(*prev, fmt.fill));
+    s.dup = std::min(s.dup, prev_own_end);
+  }
+  if (s.dup + s.trail > fmt.key_len) s.dup = fmt.key_len - s.trail;
+  s.own = fmt.key_len - s.dup - s.trail;
+  return s;
+}
+
 struct LeafWidths {
   unsigned rn, dc, tc, e;
 };
@@ -52,10 +75,7 @@ LeafWidths ChooseWidths(std::uint32_t max_recno, unsigned key_len) {
 unsigned LeafEntryWidth(std::uint32_t max_recno, unsigned key_len) { return ChooseWidths(max_recno, key_len).e; }
 
 unsigned LeafOwnBytes(const std::string* prev, const std::string& key, const CdxKeyFormat& fmt) {
-  const unsigned trail = TrailingFill(key, fmt.fill);
-  unsigned dup = prev ? SharedPrefix(*prev, key) : 0;
-  if (dup + trail > fmt.key_len) dup = fmt.key_len - trail;
-  return fmt.key_len - dup - trail;
+  return SplitLeafKey(prev, key, fmt).own;
 }
 
 std::size_t LeafBytes(const std::vector<CdxEntry>& entries, std::size_t first, std::size_t count,
@@ -64,11 +84,7 @@ std::size_t LeafBytes(const std::vector<CdxEntry>& entries, std::size_t first, s
   std::size_t text = 0;
   for (std::size_t i = first; i < first + count; ++i) {
     max_rec = std::max(max_rec, entries[i].recno);
-    const std::string& k = entries[i].key;
-    const unsigned trail = TrailingFill(k, fmt.fill);
-    unsigned dup = i == first ? 0 : SharedPrefix(entries[i - 1].key, k);
-    if (dup + trail > fmt.key_len) dup = fmt.key_len - trail;
-    text += fmt.key_len - dup - trail;
+    text += SplitLeafKey(i == first ? nullptr : &entries[i - 1].key, entries[i].key, fmt).own;
   }
   return cdx::kLeafHead + count * ChooseWidths(max_rec, fmt.key_len).e + text;
 }
@@ -166,14 +182,11 @@ bool EncodeCdxPage(const CdxPage& page, const CdxKeyFormat& fmt, unsigned char* 
   std::size_t text_pos = cdx::kPageSize;
   for (std::size_t i = 0; i < page.entries.size(); ++i) {
     const CdxEntry& x = page.entries[i];
-    const unsigned trail = TrailingFill(x.key, fmt.fill);
-    unsigned dup = i == 0 ? 0 : SharedPrefix(page.entries[i - 1].key, x.key);
-    if (dup + trail > klen) dup = klen - trail;
-    const unsigned own = klen - dup - trail;
-    text_pos -= own;
-    std::memcpy(out + text_pos, x.key.data() + dup, own);
-    const std::uint64_t v = static_cast<std::uint64_t>(x.recno) | (static_cast<std::uint64_t>(dup) << w.rn) |
-                            (static_cast<std::uint64_t>(trail) << (w.rn + w.dc));
+    const LeafKeySplit k = SplitLeafKey(i == 0 ? nullptr : &page.entries[i - 1].key, x.key, fmt);
+    text_pos -= k.own;
+    std::memcpy(out + text_pos, x.key.data() + k.dup, k.own);
+    const std::uint64_t v = static_cast<std::uint64_t>(x.recno) | (static_cast<std::uint64_t>(k.dup) << w.rn) |
+                            (static_cast<std::uint64_t>(k.trail) << (w.rn + w.dc));
     unsigned char* e = out + cdx::kLeafHead + i * w.e;
     for (unsigned b = 0; b < w.e; ++b) e[b] = static_cast<unsigned char>(v >> (8 * b));
   }
