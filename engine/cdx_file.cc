@@ -35,6 +35,8 @@ class CdxFile::TagStore : public CdxPageStore {
     return file_->file_->WriteAt(header_ + cdx::kOffRoot, b, 4);
   }
   const CdxKeyFormat& format() const override { return *fmt_; }
+  // The mapping covers every page read so far (ReadPage maps again when a page lies past it).
+  std::uint64_t page_count() const override { return file_->map_.size() / cdx::kPageSize; }
 
  private:
   CdxFile* file_;

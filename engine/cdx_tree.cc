@@ -2,12 +2,12 @@
 
 #include <algorithm>
 #include <cstring>
+#include <unordered_set>
 
 namespace kvd::engine {
 
 namespace {
 constexpr int kMaxDepth = 32;          // far beyond any real tree; a deeper one is a cycle
-constexpr std::size_t kMaxHops = 1u << 26;
 
 bool Fits(const CdxPage& p, const CdxKeyFormat& fmt) {
   if (!p.leaf()) return p.entries.size() <= InteriorCapacity(fmt);
@@ -225,11 +225,13 @@ Status CdxTree::Build(const std::vector<CdxEntry>& sorted) {
 }
 
 Status CdxTree::CollectPages(std::vector<std::uint32_t>* pages) {
+  // Every page once: a page reached twice would be freed twice and tie the free list in a loop.
+  std::unordered_set<std::uint32_t> seen;
   std::vector<std::uint32_t> todo{store_.root()};
   while (!todo.empty()) {
-    if (pages->size() > kMaxHops) return Corrupt("index tree with more pages than a file can hold");
     const std::uint32_t off = todo.back();
     todo.pop_back();
+    if (!seen.insert(off).second) return Corrupt("index page reached twice from the root: a page cycle");
     pages->push_back(off);
     CdxPage p;
     KVD_RETURN_IF_ERROR(store_.ReadPage(off, &p));
@@ -279,7 +281,7 @@ Status CdxTree::Next(CdxPosition* pos) {
       pos->valid = false;
       return Status::Ok();
     }
-    if (hops == kMaxHops) return Corrupt("index leaf chain without end");
+    if (hops > store_.page_count()) return Corrupt("index leaf chain without end");
     KVD_RETURN_IF_ERROR(store_.ReadPage(pos->leaf.right, &pos->leaf));
     pos->index = 0;
   }
@@ -293,7 +295,7 @@ Status CdxTree::Prev(CdxPosition* pos) {
       pos->valid = false;
       return Status::Ok();
     }
-    if (hops == kMaxHops) return Corrupt("index leaf chain without end");
+    if (hops > store_.page_count()) return Corrupt("index leaf chain without end");
     KVD_RETURN_IF_ERROR(store_.ReadPage(pos->leaf.left, &pos->leaf));
     pos->index = pos->leaf.entries.size();
   }

@@ -26,6 +26,8 @@ class CdxPageStore {
   virtual std::uint32_t root() const = 0;
   virtual Status SetRoot(std::uint32_t offset) = 0;
   virtual const CdxKeyFormat& format() const = 0;
+  // Pages the file holds now: no chain of distinct pages is longer, so a longer walk is a cycle.
+  virtual std::uint64_t page_count() const = 0;
 };
 
 // A place in the tree: a leaf, copied, and an entry of it. `valid` false means past either end.

@@ -35,6 +35,7 @@ class MemoryStore : public CdxPageStore {
     }
     return Status::Ok();
   }
+  std::uint64_t page_count() const override { return next_ / cdx::kPageSize; }
   Status FreePage(std::uint32_t off) override {
     pages_.erase(off);
     free_.push_back(off);
