@@ -39,7 +39,9 @@ case "${1:-}" in
     demo=build/demo; rm -rf "$demo"; mkdir -p "$demo"
     ./build/default/tools/kvd/kvd demo "$demo/PLANT.DBF"
     ./build/default/tools/kvd/kvd info "$demo/PLANT.DBF"
-    ./build/default/tools/kvd/kvd dump "$demo/PLANT.DBF" ;;
+    ./build/default/tools/kvd/kvd dump "$demo/PLANT.DBF"
+    echo "in the order of tag DESCR:"
+    ./build/default/tools/kvd/kvd dump "$demo/PLANT.DBF" --tag DESCR ;;
   test)
     setup; build default
     ctest --preset default ;;

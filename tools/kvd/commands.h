@@ -1,8 +1,9 @@
 // The commands of kvd. Each takes its arguments after the command word and returns the exit code:
 // 0 done, 1 the table or the request could not be served (a message went to standard error),
-// 2 the command line was wrong.
+// 2 the command line was wrong. kvd seek adds 3 and 4 for a key that is not in the tag.
 #pragma once
 
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,13 @@ using Args = std::vector<std::string>;
 
 int CmdInfo(const Args& args);
 int CmdDump(const Args& args);
+int CmdSeek(const Args& args);
 int CmdDemo(const Args& args);
+
+// Puts a command's usage line on standard error and gives the exit code for a wrong command line.
+inline int UsageError(const char* usage) {
+  std::fputs(usage, stderr);
+  return 2;
+}
 
 }  // namespace kvd::tool

@@ -10,9 +10,14 @@ namespace {
 const char kUsage[] =
     "usage: kvd COMMAND [ARGS]\n"
     "\n"
-    "  info TABLE                     fields, record count, deleted records, memo file\n"
-    "  dump TABLE [--csv|--json]      every record, in record order\n"
-    "  demo TABLE                     write a small demo table of measuring points\n"
+    "  info TABLE                     fields, record count, deleted records, memo file, tags\n"
+    "  dump TABLE [--csv|--json] [--tag NAME]\n"
+    "                                 every record, in record order or in the order of a tag\n"
+    "  seek TABLE TAG KEY [--csv|--json]\n"
+    "                                 the first record whose key in TAG begins with KEY;\n"
+    "                                 exit 0 found, 3 not found (the record with the next key\n"
+    "                                 is shown), 4 not found and no key follows\n"
+    "  demo TABLE                     write a small indexed demo table of measuring points\n"
     "\n"
     "TABLE is a .DBF file; the extension may be left out and case does not matter.\n";
 
@@ -24,6 +29,7 @@ struct Command {
 const Command kCommands[] = {
     {"info", kvd::tool::CmdInfo},
     {"dump", kvd::tool::CmdDump},
+    {"seek", kvd::tool::CmdSeek},
     {"demo", kvd::tool::CmdDemo},
 };
 

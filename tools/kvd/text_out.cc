@@ -36,6 +36,49 @@ std::string Cp1252ToUtf8(std::string_view bytes) {
   return out;
 }
 
+namespace {
+// Decodes the UTF-8 sequence at the start of `s` into *cp; returns its length, 0 when invalid.
+std::size_t DecodeUtf8(std::string_view s, unsigned* cp) {
+  const unsigned char c = static_cast<unsigned char>(s[0]);
+  std::size_t n = c < 0x80 ? 1 : (c & 0xE0) == 0xC0 ? 2 : (c & 0xF0) == 0xE0 ? 3 : (c & 0xF8) == 0xF0 ? 4 : 0;
+  if (n == 0 || n > s.size()) return 0;
+  unsigned v = n == 1 ? c : c & (0x7F >> n);
+  for (std::size_t i = 1; i < n; ++i) {
+    const unsigned char k = static_cast<unsigned char>(s[i]);
+    if ((k & 0xC0) != 0x80) return 0;
+    v = (v << 6) | (k & 0x3F);
+  }
+  const unsigned least[] = {0, 0, 0x80, 0x800, 0x10000};  // shorter forms are not UTF-8
+  if (v < least[n] || v > 0x10FFFF || (v >= 0xD800 && v <= 0xDFFF)) return 0;
+  *cp = v;
+  return n;
+}
+}  // namespace
+
+bool Utf8ToCp1252(std::string_view text, std::string* bytes) {
+  std::string out;
+  for (std::string_view rest = text; !rest.empty();) {
+    unsigned cp = 0;
+    const std::size_t n = DecodeUtf8(rest, &cp);
+    if (n == 0) {  // not UTF-8: the bytes are meant as they are
+      *bytes = std::string(text);
+      return true;
+    }
+    rest.remove_prefix(n);
+    if (cp < 0x80 || (cp >= 0xA0 && cp <= 0xFF) || (cp >= 0x80 && cp <= 0x9F && !kHigh[cp - 0x80])) {
+      out += static_cast<char>(cp);
+      continue;
+    }
+    int found = -1;
+    for (int i = 0; i < 32 && found < 0; ++i)
+      if (kHigh[i] == cp) found = i;
+    if (found < 0) return false;
+    out += static_cast<char>(0x80 + found);
+  }
+  *bytes = std::move(out);
+  return true;
+}
+
 std::string JsonString(std::string_view s) {
   std::string out = "\"";
   for (unsigned char c : s) {
