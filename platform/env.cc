@@ -318,6 +318,8 @@ std::uint64_t MonotonicMillis() {
   return static_cast<std::uint64_t>(ts.tv_sec) * 1000u + static_cast<std::uint64_t>(ts.tv_nsec) / 1000000u;
 }
 
+unsigned long ProcessId() { return static_cast<unsigned long>(::getpid()); }
+
 void SleepMillis(unsigned ms) {
   if (ms == 0) {
     ::sched_yield();

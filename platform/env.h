@@ -40,6 +40,7 @@ LocalTime NowLocal();
 LocalTime NowUtc();
 std::uint64_t MonotonicMillis();  // for timeouts; never goes back
 void SleepMillis(unsigned ms);     // 0 yields the processor
+unsigned long ProcessId();         // of the calling process (a forked child has its own)
 
 // There is no desktop to show a message box on. The text, caption and a note of the style go to
 // standard error as one line "[caption] text", and the answer is the one a person pressing the

@@ -3,6 +3,7 @@
 
 #include "engine/codec.h"
 #include "engine_test_util.h"
+#include "platform/sys.h"
 
 namespace kvd::test {
 namespace {
@@ -211,6 +212,23 @@ TEST(Table, NameUtilities) {
   date4today(today);
   EXPECT_EQ(std::strlen(today), 8u);
   EXPECT_EQ(today[0], '2');
+}
+
+TEST(Table, CreateAfterAForkedChildDiedCreatingTheSameTable) {
+  TempDir dir;
+  Engine e;
+  d4close(d4create(&e.code, (dir / "warm").c_str(), kFields, nullptr));  // the parent has drawn names
+  Child child([&] {
+    // Dies at its first write: the file being written aside stays, under the name the child drew.
+    kvd::platform::Sys().pwrite = [](int, const void*, size_t, off_t) -> ssize_t { _exit(7); };
+    Engine c;
+    d4create(&c.code, (dir / "t").c_str(), kFields, nullptr);
+    return 0;
+  });
+  ASSERT_EQ(child.Join(), 7);
+  DATA4St* d = d4create(&e.code, (dir / "t").c_str(), kFields, nullptr);
+  EXPECT_NE(d, nullptr) << "the parent draws a name of its own: " << error4lastDetail(&e.code);
+  d4close(d);
 }
 
 }  // namespace
