@@ -203,6 +203,14 @@ int d4pack(DATA4St* data);
 /* Rewrites the memo file without dead space. Needs the table alone like d4pack. */
 int d4memoCompress(DATA4St* data);
 int d4freeBlocks(DATA4St* data);     /* there is no block cache to free: returns 0 */
+/* alone nonzero: makes this opener the only one of the table and its memo, as an open with
+ * accessMode nonzero would have: no one else can open them until the table is shared again or
+ * closed, so files written aside can be put in their place without pulling them from under
+ * anybody. 0, or e4exclusive while another opener (in this process or another) has the table, which
+ * then stays open and shared as it was.
+ * alone 0: shares the table again, after writing a pending record and the appends that waited; a
+ * table opened alone (accessMode) stays alone. */
+int d4accessAlone(DATA4St* data, int alone);
 
 /* ---- Locks ----------------------------------------------------------------------------------
  * Record locks, the append lock and the whole-table lock belong to the DATA4St that took them. With
@@ -276,6 +284,9 @@ INDEX4St* i4open(DATA4St* data, const char* name);
  * expression fails with e4expr and writes nothing. */
 INDEX4St* i4create(DATA4St* data, const char* name, const TAG4INFO* tags);
 int i4close(INDEX4St* index);
+/* The open index of this table whose file is `name`: directory and extension may be left out, case
+ * does not count. Null when no such index is open. */
+INDEX4St* d4index(DATA4St* data, const char* name);
 int i4reindex(INDEX4St* index);
 const char* i4fileName(INDEX4St* index);
 TAG4St* d4tag(DATA4St* data, const char* name);  /* by name ignoring case; null when absent */

@@ -175,6 +175,7 @@ static DATA4St* Adopt(CODE4* code, std::unique_ptr<DbfFile> dbf, std::unique_ptr
   for (const auto& f : d->fields)
     if (IsBinaryField(f->layout)) std::memset(d->blank.data() + f->layout.offset, 0, f->layout.len);
   std::memcpy(d->record.data(), d->blank.data(), d->blank.size());
+  d->opened_alone = dbf->exclusive();
   d->dbf = std::move(dbf);
   d->memo = std::move(memo);
   Impl(code)->tables.push_back(d.get());
@@ -595,6 +596,32 @@ int d4pack(DATA4St* d) {
   d->eof = d->bof = false;
   d->state = BufferState::kClean;
   return rc;
+}
+
+int d4accessAlone(DATA4St* d, int alone) {
+  if (!d) return e4parm;
+  if (alone) {
+    if (d->dbf->exclusive()) return 0;
+    Status s = d->dbf->BecomeExclusive();
+    if (!s.ok()) return SetError(d->code, s.IsBusy() ? e4exclusive : e4lock, s);
+    if (d->memo) {
+      s = d->memo->BecomeExclusive();
+      if (!s.ok()) {
+        d->dbf->ReturnToShared();
+        return SetError(d->code, s.IsBusy() ? e4exclusive : e4lock, s);
+      }
+    }
+    return 0;
+  }
+  if (d->opened_alone || !d->dbf->exclusive()) return 0;
+  // Alone, a changed record needed no lock and appends waited in memory: both go to the file while
+  // that still holds, before anyone else can look.
+  int rc = d->state == BufferState::kChanged ? FlushRecord(d) : 0;
+  if (Status s = d->dbf->FlushAppends(); !s.ok() && rc == 0) rc = SetError(d->code, ErrorFor(s, e4write), s);
+  if (rc) return rc;
+  Status s = d->dbf->ReturnToShared();
+  if (s.ok() && d->memo) s = d->memo->ReturnToShared();
+  return s.ok() ? 0 : SetError(d->code, e4lock, s);
 }
 
 int d4memoCompress(DATA4St* d) {

@@ -80,6 +80,7 @@ struct DATA4St {
   std::unique_ptr<kvd::engine::MemoFile> memo;
   std::string name;               // as opened, with extension, in the caller's form
   std::string alias;              // name without directory and extension
+  bool opened_alone = false;      // opened with accessMode nonzero: d4accessAlone(0) keeps it alone
   std::vector<std::unique_ptr<FIELD4St>> fields;
   std::vector<FIELD4St*> memo_fields; // the fields among them that hold memo block numbers
   std::vector<char> record;       // record_len bytes + a terminating NUL

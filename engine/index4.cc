@@ -450,6 +450,17 @@ int i4reindex(INDEX4St* ix) {
 
 const char* i4fileName(INDEX4St* ix) { return ix ? ix->name.c_str() : ""; }
 
+INDEX4St* d4index(DATA4St* d, const char* name) {
+  if (!d || !name || !*name) return nullptr;
+  const std::string_view want = kvd::platform::NamePart(name);
+  const bool with_ext = want.find('.') != std::string_view::npos;
+  for (auto& ix : d->indexes) {
+    const std::string_view have = with_ext ? kvd::platform::NamePart(ix->name) : AliasOf(ix->name);
+    if (EqualNoCase(have, want)) return ix.get();
+  }
+  return nullptr;
+}
+
 TAG4St* d4tag(DATA4St* d, const char* name) {
   if (!d || !name) return nullptr;
   std::string_view want(name);

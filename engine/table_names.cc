@@ -104,6 +104,60 @@ Status CompressMemoFile(DbfFile& dbf, MemoFile& memo, std::string_view table_nam
   return dbf.Reopen();
 }
 
+namespace {
+
+Status SyncFileByName(std::string_view path) {
+  std::unique_ptr<platform::File> f;
+  KVD_RETURN_IF_ERROR(platform::File::Open(path, platform::OpenMode::kRead, &f));
+  return f->Sync();
+}
+
+}  // namespace
+
+Status ReplaceTablePair(std::string_view built_table, std::string_view built_memo, std::string_view table,
+                        bool* committed) {
+  *committed = false;
+  KVD_RETURN_IF_ERROR(SyncFileByName(built_table));
+  if (!built_memo.empty()) KVD_RETURN_IF_ERROR(SyncFileByName(built_memo));
+  const std::string dir(platform::DirPart(table));
+  if (built_memo.empty()) {
+    KVD_RETURN_IF_ERROR(platform::ReplaceFileHeld(built_table, table));
+    *committed = true;
+    platform::SyncDirectory(dir);
+    return Status::Ok();
+  }
+
+  const std::string new_memo = PendingName(table, "fpt");
+  const std::string new_table = PendingName(table, "dbf");
+  // What an earlier replace or compression left, read as RecoverInterruptedCompress reads it: a
+  // waiting table without its memo beside it is the new table of a pair whose memo is in place.
+  if (platform::FileExistsAsSpelled(new_table) && !platform::FileExists(new_memo))
+    return Status::Busy("an interrupted replace of " + std::string(table) + " waits for the next open to finish it");
+  platform::RemoveFile(new_memo);
+  platform::RemoveFile(new_table);
+
+  KVD_RETURN_IF_ERROR(platform::ReplaceFileHeld(built_memo, new_memo));
+  if (Status s = platform::ReplaceFileHeld(built_table, new_table); !s.ok()) {
+    platform::RemoveFile(new_memo);
+    return s;
+  }
+  // Both names durable before the first file changes place.
+  if (Status s = platform::SyncDirectory(dir); !s.ok()) {
+    platform::RemoveFile(new_memo);
+    platform::RemoveFile(new_table);
+    return s;
+  }
+  if (Status s = platform::ReplaceFileHeld(new_memo, MemoNameFor(table, MemoKind::kFpt)); !s.ok()) {
+    platform::RemoveFile(new_memo);
+    platform::RemoveFile(new_table);
+    return s;
+  }
+  *committed = true;
+  Status s = platform::ReplaceFileHeld(new_table, table);
+  platform::SyncDirectory(dir);
+  return s;
+}
+
 void RecoverInterruptedCompress(std::string_view table_name) {
   const std::string new_table = PendingName(table_name, "dbf");
   // The common case is one failed look-up of a name we wrote ourselves, in the case we wrote it:

@@ -28,4 +28,20 @@ std::string MemoNameFor(std::string_view table, MemoKind kind);
 Status CompressMemoFile(DbfFile& dbf, MemoFile& memo, std::string_view table_name);
 void RecoverInterruptedCompress(std::string_view table_name);
 
+// Puts a table written aside, `built_table` with its memo file `built_memo` ("" when it has none),
+// in the place of `table` and its .FPT memo, for a caller that holds `table` (and its memo) alone.
+// Both new files are synced first. A new table without memo is one atomic rename. A new pair goes
+// the way of a compression: both files are moved to the compression's fixed names beside the table,
+// then the memo is renamed into place, then the table; so a crash at any moment leaves the old pair
+// or, once the next open has run RecoverInterruptedCompress, the new one.
+// *committed turns true when the new memo stands in place: from then on the new pair is the table,
+// even if an error follows (the next open finishes the job). On an error before that, the old
+// files are untouched and the built files may have been moved away (the caller removes what is
+// left of them). An interrupted replace of this table still waiting for its open (the new table
+// under the fixed name, its memo already in place) is never thrown away: kBusy.
+// The memo file of the old table is left to the caller when the new one has none or names it
+// differently (.DBT): it can only go once the caller's own open of it is closed.
+Status ReplaceTablePair(std::string_view built_table, std::string_view built_memo, std::string_view table,
+                        bool* committed);
+
 }  // namespace kvd::engine

@@ -36,6 +36,7 @@
 #include <limits>
 #include <vector>
 
+#include "platform/env.h"
 #include "platform/path.h"
 #include "platform/sys.h"
 
@@ -417,6 +418,36 @@ Status Mapping::Map(const File& file, std::uint64_t size) {
   size_ = size;
   return Status::Ok();
 }
+
+// ---------------------------------------------------------------------------------------------
+// DirectoryLock
+
+Status DirectoryLock::Acquire(std::string_view dir, unsigned wait_ms, std::unique_ptr<DirectoryLock>* out) {
+  out->reset();
+  const std::string host = dir.empty() ? std::string(".") : HostPath(dir);
+  int fd = -1;
+  KVD_RETURN_IF_ERROR(OpenHost(host, O_RDONLY | O_DIRECTORY | O_NOCTTY, &fd));
+  const std::uint64_t start = MonotonicMillis();
+  for (;;) {
+    if (Sys().flock(fd, LOCK_EX | LOCK_NB) == 0) {
+      out->reset(new DirectoryLock(fd));
+      return Status::Ok();
+    }
+    const int err = errno;
+    if (err == EINTR) continue;
+    if (err != EWOULDBLOCK && err != EAGAIN) {
+      Sys().close(fd);
+      return Status::FromErrno(err, "lock directory", host);
+    }
+    if (MonotonicMillis() - start >= wait_ms) {
+      Sys().close(fd);
+      return Status::Busy(Concat({"lock directory ", host, ": held by another process"}));
+    }
+    SleepMillis(10);
+  }
+}
+
+DirectoryLock::~DirectoryLock() { Sys().close(fd_); }
 
 // ---------------------------------------------------------------------------------------------
 // Operations by path

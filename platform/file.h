@@ -102,6 +102,25 @@ class Mapping {
   std::uint64_t size_ = 0;
 };
 
+// An exclusive lock on a directory: flock() on a descriptor of the directory itself, so no file is
+// made for it and none is left behind. A guard for work that uses fixed file names in the directory
+// (the structure adaption's __DBTEMP): whoever holds it may take those names as its own. Held until
+// the object goes; a process that dies lets go with it. Two DirectoryLock objects exclude each other
+// within one process too. Nothing else in this library locks directories.
+class DirectoryLock {
+ public:
+  // Takes the lock on `dir` ("" means the current directory), trying every few milliseconds for up
+  // to `wait_ms` (0: one try). kBusy when it is still held elsewhere after that.
+  static Status Acquire(std::string_view dir, unsigned wait_ms, std::unique_ptr<DirectoryLock>* out);
+  ~DirectoryLock();
+  DirectoryLock(const DirectoryLock&) = delete;
+  DirectoryLock& operator=(const DirectoryLock&) = delete;
+
+ private:
+  explicit DirectoryLock(int fd) : fd_(fd) {}
+  int fd_;  // the directory, open read-only; closing it drops the lock
+};
+
 // File-system operations by path (Windows form allowed).
 bool FileExists(std::string_view path);       // a regular file
 bool DirectoryExists(std::string_view path);

@@ -425,5 +425,27 @@ TEST_F(IndexTest, TwoProcessesShareTheIndex) {
   d4close(d);
 }
 
+TEST_F(IndexTest, OpenIndexFoundByFileNameInAnyCaseUntilClosed) {
+  DATA4St* d = Create(3);
+  INDEX4St* own = i4create(d, nullptr, kTags);
+  ASSERT_NE(own, nullptr);
+  const TAG4INFO other[] = {{"BYTYPE", "TYPE", nullptr, 0, 0}, {nullptr, nullptr, nullptr, 0, 0}};
+  INDEX4St* mdx = i4create(d, (dir / "_Other.MDX").c_str(), other);
+  ASSERT_NE(mdx, nullptr) << error4lastDetail(&e.code);
+  EXPECT_EQ(d4index(d, "t"), own) << "no extension: the name alone";
+  EXPECT_EQ(d4index(d, "T.CDX"), own);
+  EXPECT_EQ(d4index(d, (dir / "t.cdx").c_str()), own) << "the directory does not count";
+  EXPECT_EQ(d4index(d, "_other.mdx"), mdx);
+  EXPECT_EQ(d4index(d, "_OTHER"), mdx);
+  EXPECT_EQ(d4index(d, "_OTHER.CDX"), nullptr) << "an extension given must match";
+  EXPECT_EQ(d4index(d, "none"), nullptr);
+  EXPECT_EQ(d4index(d, ""), nullptr);
+  EXPECT_EQ(d4index(nullptr, "t"), nullptr);
+  i4close(mdx);
+  EXPECT_EQ(d4index(d, "_OTHER"), nullptr);
+  EXPECT_EQ(d4index(d, "t"), own);
+  d4close(d);
+}
+
 }  // namespace
 }  // namespace kvd::test

@@ -199,5 +199,64 @@ TEST_F(LockTest, ConcurrentAppendersNeverLoseOrShareARecord) {
   d4close(d);
 }
 
+TEST_F(LockTest, AloneRefusedWhileAnotherOpenerHasTheTableAndSharedAgainAfter) {
+  DATA4St* d = d4open(&a.code, name().c_str());
+  DATA4St* o = d4open(&b.code, name().c_str());
+  ASSERT_NE(o, nullptr);
+  EXPECT_EQ(d4accessAlone(d, 1), e4exclusive) << "another open in this process";
+  d4go(o, 1);
+  EXPECT_EQ(f4int(d4field(o, "VAL")), 1) << "the other opener was not disturbed";
+  d4close(o);
+  {
+    Signal opened, done;
+    Child child([&] {
+      Engine c;
+      DATA4St* t = d4open(&c.code, name().c_str());
+      opened.Send();
+      done.Wait();
+      d4close(t);
+      return t ? 0 : 1;
+    });
+    opened.Wait();
+    EXPECT_EQ(d4accessAlone(d, 1), e4exclusive) << "another process";
+    done.Send();
+    EXPECT_EQ(child.Join(), 0);
+  }
+  a.code.errorCode = 0;
+  ASSERT_EQ(d4accessAlone(d, 1), 0) << error4lastDetail(&a.code);
+  EXPECT_EQ(d4accessAlone(d, 1), 0) << "alone twice is alone";
+  EXPECT_EQ(d4open(&b.code, name().c_str()), nullptr) << "no one else gets in while alone";
+  // Alone, changes need no lock and appends wait in memory; sharing again writes them.
+  d4go(d, 2);
+  f4assignInt(d4field(d, "VAL"), 20);
+  d4appendStart(d, 0);
+  d4blank(d);
+  f4assignInt(d4field(d, "VAL"), 6);
+  ASSERT_EQ(d4append(d), 0);
+  ASSERT_EQ(d4accessAlone(d, 0), 0) << error4lastDetail(&a.code);
+  b.code.errorCode = 0;
+  o = d4open(&b.code, name().c_str());
+  ASSERT_NE(o, nullptr) << "shared again";
+  EXPECT_EQ(d4recCount(o), 6);
+  d4go(o, 2);
+  EXPECT_EQ(f4int(d4field(o, "VAL")), 20);
+  d4go(o, 6);
+  EXPECT_EQ(f4int(d4field(o, "VAL")), 6);
+  EXPECT_EQ(d4lock(d, 3), 0) << "locks work as before";
+  EXPECT_EQ(d4lock(o, 3), r4locked);
+  d4close(o);
+  d4close(d);
+}
+
+TEST_F(LockTest, TableOpenedAloneStaysAloneWhenSharedAgain) {
+  a.code.accessMode = OPEN4DENY_RW;
+  DATA4St* d = d4open(&a.code, name().c_str());
+  ASSERT_NE(d, nullptr);
+  EXPECT_EQ(d4accessAlone(d, 1), 0);
+  EXPECT_EQ(d4accessAlone(d, 0), 0);
+  EXPECT_EQ(d4open(&b.code, name().c_str()), nullptr);
+  d4close(d);
+}
+
 }  // namespace
 }  // namespace kvd::test

@@ -1,7 +1,9 @@
 // Memo fields: exact bytes, reuse of blocks, compression and its recovery.
 #include <filesystem>
 
+#include "engine/table_names.h"
 #include "engine_test_util.h"
+#include "platform/sys.h"
 
 namespace kvd::test {
 namespace {
@@ -149,6 +151,127 @@ TEST_F(MemoTest, InterruptedCompressIsFinishedOrUndoneByTheNextOpen) {
   EXPECT_EQ(Str(d4field(d, "ID")), "Z");
   EXPECT_EQ(Memo(d), "first");
   EXPECT_FALSE(std::filesystem::exists(dir / ".m.DBF.compress-fpt"));
+}
+
+// A pair written aside under other names, put in the place of the open table "m".
+class ReplacePairTest : public MemoTest {
+ protected:
+  void Build(const std::string& name, const std::string& id, const std::string& memo) {
+    const FIELD4INFO f[] = {{"ID", 'C', 4, 0, 0}, {"NOTE", 'M', 10, 0, 0}, {"N", 'N', 3, 0, 0}, {nullptr, 0, 0, 0, 0}};
+    DATA4St* n = d4create(&e.code, (dir / name).c_str(), f, nullptr);
+    ASSERT_NE(n, nullptr);
+    d4appendStart(n, 0);
+    d4blank(n);
+    f4assign(d4field(n, "ID"), id.c_str());
+    f4memoAssignN(d4field(n, "NOTE"), memo.data(), static_cast<unsigned>(memo.size()));
+    ASSERT_EQ(d4append(n), 0);
+    d4close(n);
+  }
+  std::string NewMemo(DATA4St* t) {
+    FIELD4St* f = d4field(t, "NOTE");
+    return f ? std::string(f4memoPtr(f), f4memoLen(f)) : "(no NOTE)";
+  }
+  std::vector<std::string> Leftovers() {
+    std::vector<std::string> out;
+    for (auto& p : std::filesystem::directory_iterator(dir.path())) {
+      const std::string n = p.path().filename();
+      if (n[0] == '.') out.push_back(n);
+    }
+    return out;
+  }
+};
+
+TEST_F(ReplacePairTest, NewPairTakesThePlaceOfTheOldOne) {
+  Add("old", "old memo");
+  Build("n", "new", AllBytes(700));
+  ASSERT_EQ(d4accessAlone(d, 1), 0);
+  bool committed = false;
+  Status s = engine::ReplaceTablePair(dir / "n.DBF", dir / "n.FPT", d4fileName(d), &committed);
+  ASSERT_TRUE(s.ok()) << s.ToString();
+  EXPECT_TRUE(committed);
+  d4close(d);
+  d = d4open(&e.code, (dir / "m").c_str());
+  ASSERT_NE(d, nullptr) << error4lastDetail(&e.code);
+  d4top(d);
+  EXPECT_EQ(Str(d4field(d, "ID")), "new");
+  EXPECT_EQ(NewMemo(d), AllBytes(700));
+  EXPECT_FALSE(std::filesystem::exists(dir / "n.DBF"));
+  EXPECT_FALSE(std::filesystem::exists(dir / "n.FPT"));
+  EXPECT_TRUE(Leftovers().empty());
+}
+
+TEST_F(ReplacePairTest, TableWithoutMemoIsOneRenameAndLeavesTheOldMemoToTheCaller) {
+  Add("old", "old memo");
+  const FIELD4INFO f[] = {{"ID", 'C', 4, 0, 0}, {nullptr, 0, 0, 0, 0}};
+  DATA4St* n = d4create(&e.code, (dir / "n").c_str(), f, nullptr);
+  d4close(n);
+  ASSERT_EQ(d4accessAlone(d, 1), 0);
+  bool committed = false;
+  ASSERT_TRUE(engine::ReplaceTablePair(dir / "n.DBF", "", d4fileName(d), &committed).ok());
+  EXPECT_TRUE(committed);
+  d4close(d);
+  d = d4open(&e.code, (dir / "m").c_str());
+  ASSERT_NE(d, nullptr);
+  EXPECT_EQ(d4numFields(d), 1);
+  EXPECT_STREQ(d4memoFileName(d), "");
+  EXPECT_TRUE(std::filesystem::exists(dir / "m.FPT"));
+}
+
+TEST_F(ReplacePairTest, LeftoversOfAnEarlierReplace) {
+  Add("old", "old memo");
+  Build("n", "new", "new memo");
+  ASSERT_EQ(d4accessAlone(d, 1), 0);
+  bool committed = true;
+  // A waiting table whose memo is already in place belongs to the next open: refused, untouched.
+  WriteAll(dir / ".m.DBF.compress-dbf", {1, 2, 3});
+  Status s = engine::ReplaceTablePair(dir / "n.DBF", dir / "n.FPT", d4fileName(d), &committed);
+  EXPECT_TRUE(s.IsBusy()) << s.ToString();
+  EXPECT_FALSE(committed);
+  EXPECT_EQ(ReadAll(dir / ".m.DBF.compress-dbf"), (std::vector<unsigned char>{1, 2, 3}));
+  EXPECT_TRUE(std::filesystem::exists(dir / "n.DBF"));
+  d4top(d);
+  EXPECT_EQ(Memo(d), "old memo");
+  // Both waiting, or the memo alone: a replace that never began; thrown away.
+  WriteAll(dir / ".m.DBF.compress-fpt", {4});
+  ASSERT_TRUE(engine::ReplaceTablePair(dir / "n.DBF", dir / "n.FPT", d4fileName(d), &committed).ok());
+  EXPECT_TRUE(committed);
+  d4close(d);
+  d = d4open(&e.code, (dir / "m").c_str());
+  d4top(d);
+  EXPECT_EQ(NewMemo(d), "new memo");
+  EXPECT_TRUE(Leftovers().empty());
+}
+
+TEST_F(ReplacePairTest, FailureBeforeTheMemoMovesLeavesTheOldPair) {
+  Add("old", "old memo");
+  Build("n", "new", "new memo");
+  ASSERT_EQ(d4accessAlone(d, 1), 0);
+  const auto table = ReadAll(dir / "m.DBF"), memo = ReadAll(dir / "m.FPT");
+  for (int fail_at = 1; fail_at <= 3; ++fail_at) {  // the moves to the waiting names, then the memo's
+    static int calls, failing;
+    static platform::SysCalls real;
+    bool committed = true;
+    Status s;
+    {
+      platform::SysCallsOverride keep;
+      real = platform::Sys();
+      calls = 0;
+      failing = fail_at;
+      platform::Sys().rename = [](const char* a, const char* b) {
+        if (++calls == failing) return errno = EIO, -1;
+        return real.rename(a, b);
+      };
+      s = engine::ReplaceTablePair(dir / "n.DBF", dir / "n.FPT", d4fileName(d), &committed);
+    }
+    EXPECT_FALSE(s.ok()) << "rename " << fail_at;
+    EXPECT_FALSE(committed);
+    EXPECT_EQ(ReadAll(dir / "m.DBF"), table);
+    EXPECT_EQ(ReadAll(dir / "m.FPT"), memo);
+    EXPECT_TRUE(Leftovers().empty()) << "rename " << fail_at;
+    Build("n", "new", "new memo");  // what failed may have taken the built files along
+  }
+  d4top(d);
+  EXPECT_EQ(Memo(d), "old memo");
 }
 
 }  // namespace

@@ -227,6 +227,39 @@ TEST_F(LockTest, ReplaceHeldSkipsTheGuardForTheHolder) {
   EXPECT_EQ(ReadWhole(path_), "new");
 }
 
+TEST(DirectoryLockTest, ExcludesWithinAProcessAndAcrossAndGoesWithItsHolder) {
+  TestDir dir;
+  ASSERT_TRUE(dir.ok());
+  std::unique_ptr<DirectoryLock> a, b;
+  ASSERT_TRUE(DirectoryLock::Acquire(dir.path(), 0, &a).ok());
+  EXPECT_TRUE(DirectoryLock::Acquire(dir.path() + "/", 0, &b).IsBusy()) << "a second lock in this process";
+  EXPECT_EQ(b, nullptr);
+  const std::uint64_t start = MonotonicMillis();
+  EXPECT_TRUE(DirectoryLock::Acquire(dir.path(), 60, &b).IsBusy());
+  EXPECT_GE(MonotonicMillis() - start, 60u) << "it tried for the time given";
+  WriteWhole(dir / "in.dbf", "x");
+  EXPECT_TRUE(RemoveFile(dir / "in.dbf").ok()) << "files in the directory are not locked";
+  a.reset();
+  ASSERT_TRUE(DirectoryLock::Acquire(dir.path(), 0, &b).ok());
+  b.reset();
+
+  Child child([p = dir.path()] {
+    static std::unique_ptr<DirectoryLock> kept;
+    return DirectoryLock::Acquire(p, 0, &kept).ok();
+  });
+  ASSERT_TRUE(child.WaitReady());
+  EXPECT_TRUE(DirectoryLock::Acquire(dir.path(), 0, &a).IsBusy()) << "held by another process";
+  std::thread releaser([&child] {
+    SleepMillis(100);
+    child.Finish();  // the child exits holding the lock
+  });
+  Status s = DirectoryLock::Acquire(dir.path(), 5000, &a);
+  releaser.join();
+  EXPECT_TRUE(s.ok()) << s.ToString();
+  EXPECT_TRUE(DirectoryLock::Acquire(dir / "missing", 0, &b).IsNotFound());
+  EXPECT_FALSE(fs::exists(dir / "missing"));
+}
+
 TEST(FileOpsTest, CopyRenameAndIdentity) {
   TestDir dir;
   ASSERT_TRUE(dir.ok());
