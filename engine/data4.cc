@@ -187,6 +187,8 @@ static DATA4St* OpenTable(CODE4* code, const std::string& name, bool quiet_when_
   DbfFile::OpenOptions opt;
   opt.read_only = code->readOnly != 0;
   opt.exclusive = code->accessMode != OPEN4DENY_NONE;
+  opt.attempts = code->lockAttempts;
+  opt.delay_ms = code->lockDelay;
   RecoverInterruptedCompress(name);
   std::unique_ptr<DbfFile> dbf;
   Status s = DbfFile::Open(name, opt, &dbf);

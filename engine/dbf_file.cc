@@ -64,9 +64,13 @@ Status DbfFile::Open(std::string_view path, const OpenOptions& opt, std::unique_
     std::unique_ptr<platform::File> f;
     KVD_RETURN_IF_ERROR(platform::File::Open(
         path, opt.read_only ? platform::OpenMode::kRead : platform::OpenMode::kReadWrite, &f));
-    KVD_RETURN_IF_ERROR(f->ShareLock(opt.exclusive ? platform::LockKind::kExclusive
-                                                   : platform::LockKind::kShared,
-                                     /*wait=*/false));
+    const platform::LockKind kind = opt.exclusive ? platform::LockKind::kExclusive : platform::LockKind::kShared;
+    Status locked = f->ShareLock(kind, /*wait=*/opt.attempts < 0);
+    for (int i = 1; locked.IsBusy() && i < opt.attempts; ++i) {
+      platform::SleepMillis(static_cast<unsigned>(opt.delay_ms));
+      locked = f->ShareLock(kind, /*wait=*/false);
+    }
+    KVD_RETURN_IF_ERROR(locked);
     bool same = false;
     KVD_RETURN_IF_ERROR(f->IsSameFileAs(path, &same));
     if (same) {

@@ -52,6 +52,10 @@ class DbfFile {
   struct OpenOptions {
     bool read_only = false;
     bool exclusive = false;  // flock exclusive: fail with kBusy while another opener exists
+    // Tries for the open-mode lock while another opener holds the table alone (a pack, a rebuild:
+    // moments, not hours), as for record locks: negative waits, 0 counts as 1.
+    int attempts = 1;
+    int delay_ms = 0;
   };
 
   // Opens an existing table and checks its header and field descriptors against the file.
