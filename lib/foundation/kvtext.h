@@ -1,0 +1,15 @@
+// Blank padding, trimming and the truth test of texts: the few text routines every table module
+// calls on the fixed-width, blank-padded fields of its tables.
+#pragma once
+
+#include "lib/kv_export.h"
+
+// Removes trailing blanks, tabs, line feeds and carriage returns; returns its argument.
+KVCLASS_API char* KvRTrim(char* s);
+// Removes the same characters from the front, moving the rest down; returns its argument.
+KVCLASS_API char* KvLTrim(char* s);
+// Pads with blanks up to length n and ends the text at n. A text of n bytes or more is left as it
+// is and never cut, so the buffer must hold n + 1 bytes.
+KVCLASS_API void KvFillBlank(char* s, int n);
+// 1 when the first character is one of 1 J T W Y j t w y (yes in several languages), else 0.
+KVCLASS_API int KvIsTrue(const char* s);
