@@ -41,7 +41,11 @@ case "${1:-}" in
     ./build/default/tools/kvd/kvd info "$demo/PLANT.DBF"
     ./build/default/tools/kvd/kvd dump "$demo/PLANT.DBF"
     echo "in the order of tag DESCR:"
-    ./build/default/tools/kvd/kvd dump "$demo/PLANT.DBF" --tag DESCR ;;
+    ./build/default/tools/kvd/kvd dump "$demo/PLANT.DBF" --tag DESCR
+    echo; echo "a version directory written through the library's families:"
+    ./build/default/tools/kvd/kvd demo "$demo/v1/"
+    ./build/default/tools/kvd/kvd check "$demo/v1"
+    ./build/default/tools/kvd/kvd dump "$demo/v1" Dirfig ;;
   test)
     setup; build default
     ctest --preset default ;;

@@ -15,6 +15,13 @@ int CmdInfo(const Args& args);
 int CmdDump(const Args& args);
 int CmdSeek(const Args& args);
 int CmdDemo(const Args& args);
+int CmdCheck(const Args& args);
+// kvd demo DIR/: a version directory of a small plant, written through the library's families.
+int DemoPlant(const std::string& dir);
+
+enum class Format;
+// kvd dump DIR FAMILY: the records of a family's table in a directory, as the family reads them.
+int DumpFamily(const std::string& dir, const std::string& family, Format fmt);
 
 // Puts a command's usage line on standard error and gives the exit code for a wrong command line.
 inline int UsageError(const char* usage) {

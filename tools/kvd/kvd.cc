@@ -17,6 +17,10 @@ const char kUsage[] =
     "                                 the first record whose key in TAG begins with KEY;\n"
     "                                 exit 0 found, 3 not found (the record with the next key\n"
     "                                 is shown), 4 not found and no key follows\n"
+    "  dump DIR FAMILY [--csv|--json] the records of a family's table in DIR, as the family reads\n"
+    "                                 them (FAMILY: DirAs, Dirfig, ...)\n"
+    "  check DIR                      every family's table in DIR against its definition; changes\n"
+    "                                 nothing; exit 3 when a table differs or cannot be opened\n"
     "  demo TABLE                     write a small indexed demo table of measuring points\n"
     "\n"
     "TABLE is a .DBF file; the extension may be left out and case does not matter.\n";
@@ -31,6 +35,7 @@ const Command kCommands[] = {
     {"dump", kvd::tool::CmdDump},
     {"seek", kvd::tool::CmdSeek},
     {"demo", kvd::tool::CmdDemo},
+    {"check", kvd::tool::CmdCheck},
 };
 
 }  // namespace

@@ -53,9 +53,9 @@ int CmdInfo(const Args& args) {
 }
 
 int CmdDump(const Args& args) {
-  const char* usage = "usage: kvd dump TABLE [--csv|--json] [--tag NAME]\n";
+  const char* usage = "usage: kvd dump TABLE [--csv|--json] [--tag NAME]\n       kvd dump DIR FAMILY [--csv|--json]\n";
   Format fmt = Format::kText;
-  std::string table, tag;
+  std::string table, tag, family;
   bool by_tag = false;
   for (std::size_t i = 0; i < args.size(); ++i) {
     const std::string& a = args[i];
@@ -66,11 +66,14 @@ int CmdDump(const Args& args) {
       by_tag = true;
     } else if (table.empty() && a.rfind("--", 0) != 0) {
       table = a;
+    } else if (family.empty() && a.rfind("--", 0) != 0) {
+      family = a;
     } else {
       return UsageError(usage);
     }
   }
   if (table.empty() || (by_tag && tag.empty())) return UsageError(usage);
+  if (!family.empty()) return by_tag ? UsageError(usage) : DumpFamily(table, family, fmt);
   Reader r;
   if (!r.Open(table)) return 1;
   DATA4St* d = r.data();
@@ -90,7 +93,9 @@ int CmdDump(const Args& args) {
 }
 
 int CmdDemo(const Args& args) {
-  if (args.size() != 1) return UsageError("usage: kvd demo TABLE\n");
+  if (args.size() != 1) return UsageError("usage: kvd demo TABLE | kvd demo DIR/\n");
+  const std::string& target = args[0];
+  if (!target.empty() && (target.back() == '/' || target.back() == '\\')) return DemoPlant(target);
   CODE4 code;
   code4initLow(&code, nullptr, 0, 0, 0);
   code.safety = 0;
