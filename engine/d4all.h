@@ -1,5 +1,5 @@
-/* The table engine's C interface: dBASE tables (.DBF), memo files (.FPT) and, later, compound
- * indexes (.CDX), under the call names the table layer has always used (code4..., d4..., f4...).
+/* The table engine's C interface: dBASE tables (.DBF), memo files (.FPT) and compound indexes
+ * (.CDX), under the call names the table layer has always used (code4..., d4..., f4...).
  *
  * Conventions
  *  - A Code4 is one engine state. It is a plain struct that the caller places anywhere (inside a
@@ -35,7 +35,7 @@ extern "C" {
 
 /* ---- Outcomes (positive) ---------------------------------------------------------------- */
 #define r4success 0
-#define r4found 1          /* d4seek: found a longer key that begins with the one sought */
+#define r4found 1          /* kept for callers that test it; d4seek answers 0 for a prefix hit too */
 #define r4after 2          /* d4seek: no match; positioned on the next higher key */
 #define r4eof 3            /* at or moved past the end */
 #define r4bof 4            /* moved before the first record */
