@@ -10,6 +10,7 @@
 
 #include "frame/kernel.h"
 #include "lib/foundation/kvtext.h"
+#include "platform/file.h"
 
 namespace kvd::frame {
 namespace {
@@ -27,20 +28,29 @@ FIELD4St* FieldOf(DATA4St* db, const Column& c, int i) {
   return d4field(db, c.name);
 }
 
+std::string Trimmed(const std::string& text) {
+  std::vector<char> buf(text.begin(), text.end());
+  buf.push_back('\0');
+  return KvLTrim(KvRTrim(buf.data()));
+}
+
 // The key text for a seek, made from `name` by the family's rule into `key` (room for the key
 // column's width and the terminator). False when the name cannot be a key of this table: a name
 // longer than the key column matches no record.
 bool MakeKey(const Family& f, const char* name, std::string* key) {
   const unsigned width = f.column(f.spec().key_column).len;
   std::string k = name != nullptr ? name : "";
-  if (f.spec().key_rule == KeyRule::kTrim) {
-    std::vector<char> buf(k.begin(), k.end());
-    buf.push_back('\0');
-    KvLTrim(KvRTrim(buf.data()));
-    k = buf.data();
+  switch (f.spec().key_rule) {
+    case KeyRule::kTrim: k = Trimmed(k); break;
+    case KeyRule::kPadUpper:
+      // The letters the engine's upper() changes, and only those, so that the key is the tag's.
+      for (char& ch : k)
+        if (ch >= 'a' && ch <= 'z') ch = static_cast<char>(ch - 'a' + 'A');
+      break;
+    case KeyRule::kPad: break;
   }
   if (k.size() > width) return false;
-  if (f.spec().key_rule == KeyRule::kPad) k.resize(width, ' ');
+  if (f.spec().key_rule != KeyRule::kTrim) k.resize(width, ' ');
   *key = std::move(k);
   return true;
 }
@@ -57,6 +67,14 @@ void SelectKeyTag(const Family& f, DATA4St* db) {
   if (f.spec().key_tag != nullptr) d4tagSelect(db, d4tag(db, f.spec().key_tag));
 }
 
+// The table's index, unless it has none (then null, and that is no failure).
+bool OpenFamilyIndex(const Family& f, _SELECT_SD* s, DATA4St* db, INDEX4St** index) {
+  *index = nullptr;
+  if (f.spec().index_name == nullptr) return true;
+  *index = OpenIndex(s, f.Path(s), f.spec().index_name, db, f.spec().tags);
+  return *index != nullptr;
+}
+
 // The table and index of one call, closed when it ends.
 class OpenCall {
  public:
@@ -66,7 +84,8 @@ class OpenCall {
       status_ = KVD_S_OPEN_TABLE;
       return;
     }
-    if (OpenIndex(s, f.Path(s), f.spec().index_name, db_, f.spec().tags) == nullptr) {
+    INDEX4St* index = nullptr;
+    if (!OpenFamilyIndex(f, s, db_, &index)) {
       d4close(db_);
       db_ = nullptr;
       status_ = KVD_S_OPEN_INDEX;
@@ -107,8 +126,7 @@ long OpenCursorTables(const Family& f, _SELECT_SD* s, _CURSOR_SD** out, int acce
   if (c->lpDb == nullptr) {
     status = KVD_S_OPEN_TABLE;
   } else {
-    c->lpNdx = OpenIndex(s, f.Path(s), f.spec().index_name, c->lpDb, f.spec().tags);
-    if (c->lpNdx == nullptr) {
+    if (!OpenFamilyIndex(f, s, c->lpDb, &c->lpNdx)) {
       d4close(c->lpDb);
       status = KVD_S_OPEN_INDEX;
     }
@@ -124,6 +142,142 @@ long OpenCursorTables(const Family& f, _SELECT_SD* s, _CURSOR_SD** out, int acce
 
 void StoreWildcard(_CURSOR_SD* c, const char* w) {
   std::snprintf(c->szWildcard, sizeof c->szWildcard, "%s", w != nullptr ? w : "");
+}
+
+// Where a cursor starts, and what it keeps as its filter.
+struct CursorStart {
+  enum class At : std::uint8_t { kTop, kKey, kEnd } at = At::kTop;  // kEnd: a key no record has
+  std::string key;     // At::kKey: the text sought
+  std::string filter;  // for szWildcard
+};
+
+bool CountsAsNull(const Family& f, const char* w) {
+  return w == nullptr || (w[0] == '\0' && f.spec().empty_wildcard == EmptyWildcard::kNull);
+}
+
+// The start of OC and OC2.
+CursorStart PlainStart(const Family& f, const char* w) {
+  CursorStart st;
+  if (CountsAsNull(f, w)) return st;
+  st.at = CursorStart::At::kKey;
+  st.key = w;
+  if (f.spec().cursor_key == CursorKey::kKey && !MakeKey(f, w, &st.key)) st.at = CursorStart::At::kEnd;
+  st.filter = st.at == CursorStart::At::kKey ? st.key : w;
+  return st;
+}
+
+// The start of the OC with an order number: the pattern's fixed beginning is sought.
+CursorStart PatternStart(const Family& f, const char* w) {
+  CursorStart st;
+  if (CountsAsNull(f, w) || w[0] == '*') return st;
+  st.at = CursorStart::At::kKey;
+  st.key = Trimmed(w);
+  st.key.resize(std::min(st.key.find('?'), st.key.size()));
+  st.key.resize(std::min(st.key.find('*'), st.key.size()));
+  st.filter = w;
+  const std::size_t len = st.filter.size();
+  if (len < f.column(f.spec().key_column).len && (len == 0 || w[len - 1] != '?')) st.filter += '*';
+  return st;
+}
+
+void GoToStart(_CURSOR_SD* c, const CursorStart& st) {
+  if (c->lpNdx == nullptr || st.at == CursorStart::At::kTop) {
+    d4top(c->lpDb);  // a table without index cannot seek: it starts at its first record
+  } else if (st.at == CursorStart::At::kEnd) {
+    d4goEof(c->lpDb);
+  } else {
+    (void)d4seek(c->lpDb, st.key.c_str());  // stands at the first key at or after the text
+  }
+}
+
+bool DeleteCurrent(DATA4St* db) {
+  if (!LockCurrent(db)) return false;  // held by another process: it stays
+  d4delete(db);
+  return true;
+}
+
+// True when the current record's key in tag `t` begins with `key`.
+bool CarriesKey(TAG4St* t, const std::string& key) {
+  if (t == nullptr) return false;
+  const std::string_view k(t4keyOfRecord(t), static_cast<std::size_t>(t4keyLen(t)));
+  return k.substr(0, key.size()) == key;
+}
+
+// What a write cursor replaces goes before its first WC (WriteOpen::kDeleteToEnd, kDeleteKeyRun),
+// from the start position on. True when records went; the table is packed then.
+bool ClearForWrite(const Family& f, _CURSOR_SD* c, const CursorStart& st) {
+  DATA4St* db = c->lpDb;
+  const WriteOpen w = f.spec().write_open;
+  if (w != WriteOpen::kDeleteToEnd && !(w == WriteOpen::kDeleteKeyRun && st.at == CursorStart::At::kKey))
+    return false;
+  TAG4St* tag = d4tagSelected(db);
+  bool removed = false;
+  while (!d4eof(db) && (w == WriteOpen::kDeleteToEnd || CarriesKey(tag, st.key))) {
+    if (DeleteCurrent(db)) removed = true;
+    if (d4skip(db, 1) != 0) break;
+  }
+  // Packing needs the table alone; with another opener the records stay marked, out of every tag
+  // filtered on .NOT. DELETED().
+  if (removed) (void)d4pack(db);
+  return removed;
+}
+
+// WriteOpen::kDeleteFiles: the index goes first (every opener of the family holds it, so a table
+// in use stops the removal before anything went), then the extra file, the table last; each
+// through the guarded removal, which refuses a file that another opener holds, this process
+// included. A refusal stops the cursor, and OC answers 6 as for a table it cannot open: the old
+// records are still there, and a cursor that appended to them would double them. Should the index
+// be gone by then and the table not, the next open builds the index again from the records; no
+// record is lost.
+bool RemoveTableFiles(const Family& f, const _SELECT_SD* s) {
+  const char* dir = f.Path(s);
+  std::vector<std::string> files;
+  if (f.spec().index_name != nullptr) files.push_back(JoinPath(dir, f.spec().index_name, ".CDX"));
+  if (f.spec().extra_file != nullptr) files.push_back(JoinPath(dir, f.spec().extra_file));
+  files.push_back(JoinPath(dir, f.spec().db_name, ".DBF"));
+  for (const std::string& file : files) {
+    const Status st = platform::RemoveFile(file);
+    if (!st.ok() && !st.IsNotFound()) return false;
+  }
+  return true;
+}
+
+// The common steps of the opening operations: files, table and index, order, start, clearing,
+// filter. `tag` null keeps the order the index opened with.
+long OpenWith(const Family& f, _SELECT_SD* s, const char* tag, const CursorStart& st, _CURSOR_SD** cursor,
+              int access) {
+  if (f.spec().deletes_fetched) f.fetch_mark() = {};
+  const bool writing = access == 1;
+  if (writing && f.spec().write_open == WriteOpen::kDeleteKeyRun && st.at == CursorStart::At::kTop) {
+    *cursor = nullptr;  // a cursor that replaces one key's records needs the key
+    return KVD_S_NOT_FOUND;
+  }
+  if (writing && f.spec().write_open == WriteOpen::kDeleteFiles && !RemoveTableFiles(f, s)) {
+    *cursor = nullptr;
+    return KVD_S_OPEN_TABLE;
+  }
+  const long status = OpenCursorTables(f, s, cursor, access);
+  if (status != KVD_S_OK) return status;
+  _CURSOR_SD* c = *cursor;
+  if (tag != nullptr) d4tagSelect(c->lpDb, d4tag(c->lpDb, tag));  // a tag the index lacks: record order
+  GoToStart(c, st);
+  if (writing && ClearForWrite(f, c, st)) GoToStart(c, st);
+  StoreWildcard(c, st.filter.c_str());
+  return KVD_S_OK;
+}
+
+// Record <- current table record, trimmed unless the family's FC gives the text as stored.
+void ReadFetched(const Family& f, DATA4St* db, void* rec, Fill fill) {
+  BufferToRecord(f, db, rec, fill);
+  if (f.spec().fetch_trims) TrimRecord(f, rec, fill);
+}
+
+// FetchFilter::kPrefix: the current record carries the cursor's prefix.
+bool HasPrefix(const Family& f, _CURSOR_SD* c) {
+  FIELD4St* fld = f.spec().prefix_column != nullptr ? d4field(c->lpDb, f.spec().prefix_column) : nullptr;
+  if (fld == nullptr) return false;
+  const std::size_t width = std::min<std::size_t>(static_cast<std::size_t>(f.spec().prefix_width), f4len(fld));
+  return std::strncmp(f4ptr(fld), c->szWildcard, width) == 0;
 }
 
 }  // namespace
@@ -299,17 +453,21 @@ long FamilyDelete(const Family& f, _SELECT_SD* s, const char* name, char* file, 
 }
 
 long FamilyOpenCursor(const Family& f, _SELECT_SD* s, const char* wildcard, _CURSOR_SD** cursor, int access) {
-  const long status = OpenCursorTables(f, s, cursor, access);
-  if (status != KVD_S_OK) return status;
-  _CURSOR_SD* c = *cursor;
-  SelectKeyTag(f, c->lpDb);
-  if (wildcard == nullptr) {
-    d4top(c->lpDb);
-  } else {
-    (void)d4seek(c->lpDb, wildcard);  // stands at the first key at or after the pattern's text
-  }
-  StoreWildcard(c, wildcard);
-  return KVD_S_OK;
+  return OpenWith(f, s, f.spec().key_tag, PlainStart(f, wildcard), cursor, access);
+}
+
+long FamilyOpenSecondCursor(const Family& f, _SELECT_SD* s, const char* wildcard, _CURSOR_SD** cursor,
+                            int access) {
+  const char* tag = f.spec().second_tag;
+  if (tag == nullptr && f.spec().tags != nullptr && f.spec().tags[0].name != nullptr) tag = f.spec().tags[1].name;
+  return OpenWith(f, s, tag, PlainStart(f, wildcard), cursor, access);
+}
+
+long FamilyOpenTagCursor(const Family& f, _SELECT_SD* s, const char* wildcard, _CURSOR_SD** cursor,
+                         int access, int tag) {
+  const TagChoice& choice = f.spec().tag_choice;
+  return OpenWith(f, s, tag == choice.id_number ? choice.id_tag : choice.other_tag, PatternStart(f, wildcard),
+                  cursor, access);
 }
 
 long FamilyOpenAccessCursor(const Family& f, _SELECT_SD* s, const char* letters, _CURSOR_SD** cursor,
@@ -343,11 +501,13 @@ long FamilyOpenAccessCursor(const Family& f, _SELECT_SD* s, const char* letters,
 
 long FamilyFetch(const Family& f, _CURSOR_SD* c, void* rec, Fill fill) {
   if (c == nullptr || d4eof(c->lpDb)) return KVD_S_NOT_FOUND;
-  const bool filtered = f.spec().fetch_filter == FetchFilter::kWild && c->szWildcard[0] != '\0' &&
-                        c->szWildcard[0] != '*';
+  const FetchFilter filter = c->szWildcard[0] != '\0' ? f.spec().fetch_filter : FetchFilter::kNone;
+  // The prefix ends the run: the cursor stays on the first record that lacks it.
+  if (filter == FetchFilter::kPrefix && !HasPrefix(f, c)) return KVD_S_NOT_FOUND;
+  const bool filtered = filter == FetchFilter::kWild && c->szWildcard[0] != '*';
   for (;;) {
-    BufferToRecord(f, c->lpDb, rec, fill);
-    TrimRecord(f, rec, fill);
+    if (f.spec().deletes_fetched) f.fetch_mark().rec_no = d4recNo(c->lpDb);
+    ReadFetched(f, c->lpDb, rec, fill);
     d4skip(c->lpDb, 1);
     if (!filtered) return KVD_S_OK;
     std::string key = KeyOf(f, rec);
@@ -357,11 +517,11 @@ long FamilyFetch(const Family& f, _CURSOR_SD* c, void* rec, Fill fill) {
 }
 
 long FamilyFetchAccess(const Family& f, _CURSOR_SD* c, void* rec) {
+  if (f.spec().deletes_fetched) f.fetch_mark().rec_no = 0;  // DC deletes only what FC gave
   if (c == nullptr || d4eof(c->lpDb)) return KVD_S_NOT_FOUND;
   const bool filtered = c->szWildcard[0] != '\0' && c->szWildcard[0] != '*';
   for (;;) {
-    BufferToRecord(f, c->lpDb, rec, Fill::kFull);
-    TrimRecord(f, rec, Fill::kFull);
+    ReadFetched(f, c->lpDb, rec, Fill::kFull);
     d4skip(c->lpDb, 1);
     if (!filtered || InSet(c->szWildcard, AccessLetter(f, rec))) return KVD_S_OK;
     if (d4eof(c->lpDb)) return KVD_S_NOT_FOUND;
@@ -411,11 +571,40 @@ long FamilySeekCursor(const Family& f, _CURSOR_SD* c, void* rec) {
   return KVD_S_OK;
 }
 
+long FamilyDeleteFetched(const Family& f, _CURSOR_SD* c) {
+  Family::FetchMark& mark = f.fetch_mark();
+  if (c == nullptr || mark.rec_no < 1) return KVD_S_NOT_FOUND;
+  DATA4St* db = c->lpDb;
+  const bool at_end = d4eof(db) != 0;
+  const long back = d4recNo(db);
+  d4go(db, mark.rec_no);
+  // A record another process holds past the engine's wait stays, and DC answers 6 as every write of
+  // the families does that cannot be made.
+  const bool deleted = DeleteCurrent(db);
+  if (deleted) mark.deleted = true;
+  // Back to the record the next FC reads. The end is gone to directly rather than by a long skip,
+  // which would fall short in a table with more records behind the deleted one than it skips.
+  if (at_end) {
+    d4goEof(db);
+  } else {
+    d4go(db, back);
+  }
+  return deleted ? KVD_S_OK : KVD_S_OPEN_TABLE;
+}
+
 long FamilyCloseCursor(_CURSOR_SD* c) {
   if (c == nullptr) return KVD_S_OK;
   d4close(c->lpDb);
   std::free(c);
   return KVD_S_OK;
+}
+
+long FamilyCloseCursor(const Family& f, _CURSOR_SD* c) {
+  if (f.spec().deletes_fetched) {
+    if (c != nullptr && f.fetch_mark().deleted) (void)d4pack(c->lpDb);  // needs the table alone
+    f.fetch_mark() = {};
+  }
+  return FamilyCloseCursor(c);
 }
 
 long FamilyCheck(const Family& f, _SELECT_SD* s, char* msg, int max_msg) {

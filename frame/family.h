@@ -58,20 +58,52 @@ enum class Level : std::uint8_t { kVersion, kProject };
 
 // How the key text of a keyed call is made from the name given.
 enum class KeyRule : std::uint8_t {
-  kPad,   // blank-padded to the key column's width: an exact key
-  kTrim,  // trimmed at both ends: a shorter name finds the first key it begins
+  kPad,       // blank-padded to the key column's width: an exact key
+  kTrim,      // trimmed at both ends: a shorter name finds the first key it begins
+  kPadUpper,  // padded and in upper case, for a tag on upper(column): the name's case does not count
 };
 
-// What FC tests before it gives a record.
+// What FC tests before it gives a record. A cursor with an empty szWildcard has no filter.
 enum class FetchFilter : std::uint8_t {
-  kNone,  // every record from the position on
-  kWild,  // the key member against the cursor's pattern (CompareWild); the scan goes to the end
+  kNone,    // every record from the position on
+  kWild,    // the key member against the cursor's pattern (CompareWild); the scan goes to the end
+  kPrefix,  // `prefix_width` characters of `prefix_column`, as stored, against szWildcard (strncmp):
+            // the first record that differs answers 1 and is neither read nor passed
+};
+
+// How OC seeks a wildcard and what it keeps of it in szWildcard.
+enum class CursorKey : std::uint8_t {
+  kRaw,  // the text as given: the cursor starts at the first key at or after it
+  kKey,  // the key made by the family's rule, sought and kept; a text longer than the key column
+         // is no key of the table, and the cursor stands at the end
+};
+
+// What OC makes of an empty wildcard.
+enum class EmptyWildcard : std::uint8_t {
+  kStored,  // sought and kept like any other text
+  kNull,    // the same as null: the first record, no filter
+};
+
+// What OC with nAccess 1 clears before it returns, so that the cursor's WC replaces what it covers.
+enum class WriteOpen : std::uint8_t {
+  kKeep,          // nothing; WC appends to what is there
+  kDeleteFiles,   // the table's files go before the open, and the cursor starts on a new empty table
+  kDeleteToEnd,   // every record from the start position to the end, then a pack
+  kDeleteKeyRun,  // the records that carry the cursor's key, then a pack; without a key OC answers 1
+};
+
+// The orders of the OC that takes an order number (nTag).
+struct TagChoice {
+  int id_number = 2;                // the number that chooses `id_tag`
+  const char* id_tag = "POINTID";
+  const char* other_tag = nullptr;  // every other number; null: the first tag
 };
 
 struct FamilySpec {
   const char* name;                  // the family's name, as its functions begin ("DirAs")
   const char* db_name;               // table file, with or without ".DBF"
-  const char* index_name;            // index file, without extension: ".CDX"
+  const char* index_name;            // index file, without extension: ".CDX"; null: the table has none,
+                                     // and its cursors give the records in record order
   Level level = Level::kVersion;
   const Column* columns = nullptr;
   std::size_t column_count = 0;
@@ -83,6 +115,18 @@ struct FamilySpec {
   int insert_access = 1;             // nAccess of I
   int access_column = -1;            // the ACCESS letter column, -1 when the table has none
   FetchFilter fetch_filter = FetchFilter::kNone;
+  const char* prefix_column = nullptr;  // FetchFilter::kPrefix: the column compared
+  int prefix_width = 0;                 //   and over how many characters
+  bool fetch_trims = true;           // FC trims the listed members; false: as the table holds them
+  const char* second_tag = nullptr;  // the order of OC2; null: the second tag
+  TagChoice tag_choice = {};         // the orders of the OC with nTag
+  CursorKey cursor_key = CursorKey::kRaw;
+  EmptyWildcard empty_wildcard = EmptyWildcard::kStored;
+  WriteOpen write_open = WriteOpen::kKeep;
+  const char* extra_file = nullptr;  // WriteOpen::kDeleteFiles: one more file of the table, removed
+                                     // with it, name with extension ("_X.MDX")
+  bool deletes_fetched = false;      // the family has DC: FC keeps the record it read in the
+                                     // family's fetch mark
 };
 
 // A family: its spec and the field definition made from its columns.
@@ -100,9 +144,20 @@ class Family {
     return spec_.level == Level::kProject ? s->szProjektPath : s->szVersionPath;
   }
 
+  // The module state of a family with DC: the record its FC read last, and whether DC deleted
+  // since the cursor opened. There is one per family and process, as these families always had
+  // it, so only one cursor of such a family may be open at a time: DC deletes what the family's
+  // last FC read, on whichever cursor that was. Not for two threads at once.
+  struct FetchMark {
+    long rec_no = 0;       // the record FC read last; 0: none
+    bool deleted = false;  // DC deleted a record; the closing CC packs
+  };
+  FetchMark& fetch_mark() const { return mark_; }
+
  private:
   FamilySpec spec_;
   std::vector<FIELD4INFO> fields_;
+  mutable FetchMark mark_;
 };
 
 // Every family of the library, in the order they were registered; and one by name (case ignored).
@@ -119,7 +174,18 @@ long FamilyRead(const Family& f, _SELECT_SD* s, const char* name, void* rec);
 long FamilyInsert(const Family& f, _SELECT_SD* s, void* rec);
 long FamilyUpdate(const Family& f, _SELECT_SD* s, const void* rec);
 long FamilyDelete(const Family& f, _SELECT_SD* s, const char* name, char* file, int max_file);
+// OC. With nAccess 1 the cursor first clears what the family's WriteOpen names: without a key a
+// kDeleteKeyRun cursor answers 1, and a kDeleteFiles cursor whose files another opener holds 6;
+// neither leaves a cursor.
 long FamilyOpenCursor(const Family& f, _SELECT_SD* s, const char* wildcard, _CURSOR_SD** cursor, int access);
+// OC2: as OC, in the family's second order.
+long FamilyOpenSecondCursor(const Family& f, _SELECT_SD* s, const char* wildcard, _CURSOR_SD** cursor,
+                            int access);
+// The OC with an order number: a wildcard beginning with "*" is no filter; any other starts the
+// cursor at its trimmed text cut at the first "?" and "*", and is kept with a "*" behind it unless
+// it fills the key column or ends in "?".
+long FamilyOpenTagCursor(const Family& f, _SELECT_SD* s, const char* wildcard, _CURSOR_SD** cursor,
+                         int access, int tag);
 long FamilyOpenAccessCursor(const Family& f, _SELECT_SD* s, const char* letters, _CURSOR_SD** cursor,
                             int access);
 long FamilyFetch(const Family& f, _CURSOR_SD* c, void* rec, Fill fill);
@@ -129,7 +195,12 @@ long FamilyWriteAccess(const Family& f, _CURSOR_SD* c, const void* rec);
 long FamilyWriteImported(const Family& f, _CURSOR_SD* c, void* rec);  // GaWC: letter "I"
 long FamilyDeleteImported(const Family& f, _SELECT_SD* s);            // GaD
 long FamilySeekCursor(const Family& f, _CURSOR_SD* c, void* rec);     // SCId
+// DC: deletes the record the family's FC read last and goes back to where the cursor stood; 1
+// when FC read none since the cursor opened (FCAccess does not count).
+long FamilyDeleteFetched(const Family& f, _CURSOR_SD* c);
 long FamilyCloseCursor(_CURSOR_SD* c);
+// CC of a family with DC: packs the table when DC deleted, and forgets the fetch mark.
+long FamilyCloseCursor(const Family& f, _CURSOR_SD* c);
 long FamilyCheck(const Family& f, _SELECT_SD* s, char* msg, int max_msg);
 
 // Record <-> current table record, and the trim of the listed members.
