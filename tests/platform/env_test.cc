@@ -58,21 +58,14 @@ TEST_F(ProfileTest, NamesIgnoreCaseValuesTrimmedMissingGivesDefault) {
   EXPECT_EQ(ReadProfileString(dir_ / "none.ini", "General", "Name", "<def>", 256), "<def>");
 }
 
-TEST_F(ProfileTest, IntegersReadUpToTheFirstNonDigit) {
-  EXPECT_EQ(ReadProfileInt(ini_, "general", "count", 5), 12);
-  EXPECT_EQ(ReadProfileInt(ini_, "general", "letters", 5), 0);
-  EXPECT_EQ(ReadProfileInt(ini_, "general", "negative", 5), -7);
-  EXPECT_EQ(ReadProfileInt(ini_, "general", "empty", 5), 0);
-  EXPECT_EQ(ReadProfileInt(ini_, "general", "huge", 5), 2147483647);
-  EXPECT_EQ(ReadProfileInt(ini_, "general", "missing", 5), 5);
+TEST_F(ProfileTest, IntegersReadUpToTheFirstNonDigitAndValuesCutToTheBuffer) {
+  const std::pair<const char*, int> ints[] = {{"count", 12}, {"letters", 0}, {"negative", -7},
+                                              {"empty", 0}, {"huge", 2147483647}, {"missing", 5}};
+  for (const auto& [key, want] : ints) EXPECT_EQ(ReadProfileInt(ini_, "general", key, 5), want) << key;
   EXPECT_EQ(ReadProfileInt(dir_ / "none.ini", "General", "Count", 5), 5);
-}
 
-TEST_F(ProfileTest, ValueCutToBufferSize) {
-  EXPECT_EQ(Read("Other", "name", 4), "sec");
-  EXPECT_EQ(Read("Other", "name", 7), "second");
-  EXPECT_EQ(Read("Other", "name", 1), "");
-  EXPECT_EQ(Read("Other", "name", 0), "");
+  const std::pair<std::size_t, const char*> cuts[] = {{4, "sec"}, {7, "second"}, {1, ""}, {0, ""}};
+  for (const auto& [size, want] : cuts) EXPECT_EQ(Read("Other", "name", size), want) << size;
   EXPECT_EQ(Read("Other", "missing", 3), "<d");  // the default is cut too
 }
 

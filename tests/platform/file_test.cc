@@ -29,6 +29,17 @@ std::unique_ptr<File> OpenOrDie(const std::string& path, OpenMode mode) {
   return f;
 }
 
+// A fresh directory per test.
+class DirTest : public ::testing::Test {
+ protected:
+  void SetUp() override { ASSERT_TRUE(dir_.ok()); }
+  TestDir dir_;
+};
+using FileTest = DirTest;
+using FileOpsTest = DirTest;
+using MappingTest = DirTest;
+using DirectoryLockTest = DirTest;
+
 // For a forked child: a File kept open until the child exits.
 File* OpenInChild(const std::string& path) {
   static std::unique_ptr<File> kept;
@@ -52,42 +63,36 @@ TEST(StatusTest, ErrnoKindsAndMessages) {
       << c.ToString();
 }
 
-TEST(FileTest, OpenModesAndReadOnly) {
-  TestDir dir;
-  ASSERT_TRUE(dir.ok());
+TEST_F(FileTest, OpenModesAndReadOnly) {
   std::unique_ptr<File> f;
-  EXPECT_TRUE(File::Open(dir / "none.dbf", OpenMode::kRead, &f).IsNotFound());
-  WriteWhole(dir / "t.dbf", "old");
-  EXPECT_EQ(File::Open(dir / "T.DBF", OpenMode::kCreateExclusive, &f).kind(), Kind::kExists);
-  EXPECT_EQ(File::Open(dir.path(), OpenMode::kRead, &f).kind(), Kind::kInvalidArgument);
+  EXPECT_TRUE(File::Open(dir_ / "none.dbf", OpenMode::kRead, &f).IsNotFound());
+  WriteWhole(dir_ / "t.dbf", "old");
+  EXPECT_EQ(File::Open(dir_ / "T.DBF", OpenMode::kCreateExclusive, &f).kind(), Kind::kExists);
+  EXPECT_EQ(File::Open(dir_.path(), OpenMode::kRead, &f).kind(), Kind::kInvalidArgument);
 
-  f = OpenOrDie(dir / "t.dbf", OpenMode::kRead);
+  f = OpenOrDie(dir_ / "t.dbf", OpenMode::kRead);
   EXPECT_EQ(f->WriteAt(0, "x", 1).kind(), Kind::kReadOnly);
   EXPECT_EQ(f->LockRange(0, 1, LockKind::kExclusive, false).kind(), Kind::kReadOnly);
-  f = OpenOrDie(dir / "t.dbf", OpenMode::kCreate);
+  f = OpenOrDie(dir_ / "t.dbf", OpenMode::kCreate);
   std::uint64_t size = 1;
   ASSERT_TRUE(f->Size(&size).ok());
   EXPECT_EQ(size, 0u);  // kCreate truncated it
 }
 
-TEST(FileTest, ReadPastEndIsCorruptionNamingPathAndOffset) {
-  TestDir dir;
-  ASSERT_TRUE(dir.ok());
-  WriteWhole(dir / "t.dbf", "0123456789");
-  auto f = OpenOrDie(dir / "t.dbf", OpenMode::kRead);
+TEST_F(FileTest, ReadPastEndIsCorruptionNamingPathAndOffset) {
+  WriteWhole(dir_ / "t.dbf", "0123456789");
+  auto f = OpenOrDie(dir_ / "t.dbf", OpenMode::kRead);
   char buf[8];
   std::size_t got = 0;
   ASSERT_TRUE(f->ReadAt(6, buf, sizeof(buf), &got).ok());
   EXPECT_EQ(std::string(buf, got), "6789");
   Status s = f->ReadExactAt(6, buf, sizeof(buf));
   EXPECT_TRUE(s.IsCorruption());
-  EXPECT_NE(s.message().find(dir / "t.dbf at offset 6: short read"), std::string::npos) << s.message();
+  EXPECT_NE(s.message().find(dir_ / "t.dbf at offset 6: short read"), std::string::npos) << s.message();
 }
 
-TEST(FileTest, InjectedEnospcGivesNoSpace) {
-  TestDir dir;
-  ASSERT_TRUE(dir.ok());
-  auto f = OpenOrDie(dir / "t.dbf", OpenMode::kCreate);
+TEST_F(FileTest, InjectedEnospcGivesNoSpace) {
+  auto f = OpenOrDie(dir_ / "t.dbf", OpenMode::kCreate);
   SysCallsOverride restore;
   Sys().pwrite = [](int, const void*, size_t, off_t) -> ssize_t {
     errno = ENOSPC;
@@ -98,10 +103,8 @@ TEST(FileTest, InjectedEnospcGivesNoSpace) {
   EXPECT_NE(s.message().find(f->path()), std::string::npos);
 }
 
-TEST(FileTest, ShortAndInterruptedWritesAreRetried) {
-  TestDir dir;
-  ASSERT_TRUE(dir.ok());
-  auto f = OpenOrDie(dir / "t.dbf", OpenMode::kCreate);
+TEST_F(FileTest, ShortAndInterruptedWritesAreRetried) {
+  auto f = OpenOrDie(dir_ / "t.dbf", OpenMode::kCreate);
   {
     SysCallsOverride restore;
     Sys().pwrite = [](int fd, const void* buf, size_t n, off_t off) -> ssize_t {
@@ -114,16 +117,15 @@ TEST(FileTest, ShortAndInterruptedWritesAreRetried) {
     };
     ASSERT_TRUE(f->WriteAt(4, "abcdefghij", 10).ok());
   }
-  EXPECT_EQ(ReadWhole(dir / "t.dbf"), std::string(4, '\0') + "abcdefghij");
+  EXPECT_EQ(ReadWhole(dir_ / "t.dbf"), std::string(4, '\0') + "abcdefghij");
 }
 
-class LockTest : public ::testing::Test {
+class LockTest : public DirTest {
  protected:
   void SetUp() override {
-    ASSERT_TRUE(dir_.ok());
+    DirTest::SetUp();
     WriteWhole(path_, "x");
   }
-  TestDir dir_;
   std::string path_ = dir_ / "t.dbf";
 };
 
@@ -227,80 +229,74 @@ TEST_F(LockTest, ReplaceHeldSkipsTheGuardForTheHolder) {
   EXPECT_EQ(ReadWhole(path_), "new");
 }
 
-TEST(DirectoryLockTest, ExcludesWithinAProcessAndAcrossAndGoesWithItsHolder) {
-  TestDir dir;
-  ASSERT_TRUE(dir.ok());
+TEST_F(DirectoryLockTest, ExcludesWithinAProcessAndAcrossAndGoesWithItsHolder) {
   std::unique_ptr<DirectoryLock> a, b;
-  ASSERT_TRUE(DirectoryLock::Acquire(dir.path(), 0, &a).ok());
-  EXPECT_TRUE(DirectoryLock::Acquire(dir.path() + "/", 0, &b).IsBusy()) << "a second lock in this process";
+  ASSERT_TRUE(DirectoryLock::Acquire(dir_.path(), 0, &a).ok());
+  EXPECT_TRUE(DirectoryLock::Acquire(dir_.path() + "/", 0, &b).IsBusy()) << "a second lock in this process";
   EXPECT_EQ(b, nullptr);
   const std::uint64_t start = MonotonicMillis();
-  EXPECT_TRUE(DirectoryLock::Acquire(dir.path(), 60, &b).IsBusy());
+  EXPECT_TRUE(DirectoryLock::Acquire(dir_.path(), 60, &b).IsBusy());
   EXPECT_GE(MonotonicMillis() - start, 60u) << "it tried for the time given";
-  WriteWhole(dir / "in.dbf", "x");
-  EXPECT_TRUE(RemoveFile(dir / "in.dbf").ok()) << "files in the directory are not locked";
+  WriteWhole(dir_ / "in.dbf", "x");
+  EXPECT_TRUE(RemoveFile(dir_ / "in.dbf").ok()) << "files in the directory are not locked";
   a.reset();
-  ASSERT_TRUE(DirectoryLock::Acquire(dir.path(), 0, &b).ok());
+  ASSERT_TRUE(DirectoryLock::Acquire(dir_.path(), 0, &b).ok());
   b.reset();
 
-  Child child([p = dir.path()] {
+  Child child([p = dir_.path()] {
     static std::unique_ptr<DirectoryLock> kept;
     return DirectoryLock::Acquire(p, 0, &kept).ok();
   });
   ASSERT_TRUE(child.WaitReady());
-  EXPECT_TRUE(DirectoryLock::Acquire(dir.path(), 0, &a).IsBusy()) << "held by another process";
+  EXPECT_TRUE(DirectoryLock::Acquire(dir_.path(), 0, &a).IsBusy()) << "held by another process";
   std::thread releaser([&child] {
     SleepMillis(100);
     child.Finish();  // the child exits holding the lock
   });
-  Status s = DirectoryLock::Acquire(dir.path(), 5000, &a);
+  Status s = DirectoryLock::Acquire(dir_.path(), 5000, &a);
   releaser.join();
   EXPECT_TRUE(s.ok()) << s.ToString();
-  EXPECT_TRUE(DirectoryLock::Acquire(dir / "missing", 0, &b).IsNotFound());
-  EXPECT_FALSE(fs::exists(dir / "missing"));
+  EXPECT_TRUE(DirectoryLock::Acquire(dir_ / "missing", 0, &b).IsNotFound());
+  EXPECT_FALSE(fs::exists(dir_ / "missing"));
 }
 
-TEST(FileOpsTest, CopyRenameAndIdentity) {
-  TestDir dir;
-  ASSERT_TRUE(dir.ok());
-  WriteWhole(dir / "a.dbf", "aaaa");
-  WriteWhole(dir / "b.dbf", "bbbb");
-  EXPECT_EQ(RenameFile(dir / "a.dbf", dir / "B.DBF").kind(), Kind::kExists);
-  EXPECT_EQ(CopyFile(dir / "A.DBF", dir / "b.dbf", true).kind(), Kind::kExists);
-  EXPECT_EQ(ReadWhole(dir / "b.dbf"), "bbbb");
-  ASSERT_TRUE(CopyFile(dir / "A.DBF", dir / "b.dbf", false).ok());
-  ASSERT_TRUE(CopyFile(dir / "A.DBF", dir / "c.dbf", true).ok());
-  EXPECT_EQ(ReadWhole(dir / "b.dbf") + ReadWhole(dir / "c.dbf"), "aaaaaaaa");
-  EXPECT_EQ(std::distance(fs::directory_iterator(dir.path()), {}), 3);  // no temporaries left
+TEST_F(FileOpsTest, CopyRenameAndIdentity) {
+  WriteWhole(dir_ / "a.dbf", "aaaa");
+  WriteWhole(dir_ / "b.dbf", "bbbb");
+  EXPECT_EQ(RenameFile(dir_ / "a.dbf", dir_ / "B.DBF").kind(), Kind::kExists);
+  EXPECT_EQ(CopyFile(dir_ / "A.DBF", dir_ / "b.dbf", true).kind(), Kind::kExists);
+  EXPECT_EQ(ReadWhole(dir_ / "b.dbf"), "bbbb");
+  ASSERT_TRUE(CopyFile(dir_ / "A.DBF", dir_ / "b.dbf", false).ok());
+  ASSERT_TRUE(CopyFile(dir_ / "A.DBF", dir_ / "c.dbf", true).ok());
+  EXPECT_EQ(ReadWhole(dir_ / "b.dbf") + ReadWhole(dir_ / "c.dbf"), "aaaaaaaa");
+  EXPECT_EQ(std::distance(fs::directory_iterator(dir_.path()), {}), 3);  // no temporaries left
 
-  auto f = OpenOrDie(dir / "c.dbf", OpenMode::kRead);
+  auto f = OpenOrDie(dir_ / "c.dbf", OpenMode::kRead);
   bool same = false;
-  ASSERT_TRUE(f->IsSameFileAs(dir / "C.DBF", &same).ok());
+  ASSERT_TRUE(f->IsSameFileAs(dir_ / "C.DBF", &same).ok());
   EXPECT_TRUE(same);
-  ASSERT_TRUE(RenameFile(dir / "c.dbf", dir / "d.dbf").ok());
-  WriteWhole(dir / "c.dbf", "other");
-  ASSERT_TRUE(f->IsSameFileAs(dir / "c.dbf", &same).ok());
+  ASSERT_TRUE(RenameFile(dir_ / "c.dbf", dir_ / "d.dbf").ok());
+  WriteWhole(dir_ / "c.dbf", "other");
+  ASSERT_TRUE(f->IsSameFileAs(dir_ / "c.dbf", &same).ok());
   EXPECT_FALSE(same);
 
-  ASSERT_TRUE(MakeDirectory(dir / "Sub").ok());
-  EXPECT_EQ(MakeDirectory(dir / "SUB").kind(), Kind::kExists);
-  EXPECT_TRUE(DirectoryExists(dir / "sub") && !FileExists(dir / "sub") && FileExists(dir / "D.dbf"));
-  EXPECT_TRUE(RemoveDirectory(dir / "sub").ok());
-  EXPECT_FALSE(DirectoryExists(dir / "Sub"));
+  ASSERT_TRUE(MakeDirectory(dir_ / "Sub").ok());
+  EXPECT_EQ(MakeDirectory(dir_ / "SUB").kind(), Kind::kExists);
+  EXPECT_TRUE(DirectoryExists(dir_ / "sub") && !FileExists(dir_ / "sub") && FileExists(dir_ / "D.dbf"));
+  EXPECT_TRUE(RemoveDirectory(dir_ / "sub").ok());
+  EXPECT_FALSE(DirectoryExists(dir_ / "Sub"));
 }
 
-TEST(MappingTest, SeesWritesOfOtherFilesAndProcessesWithoutRemapping) {
-  TestDir dir;
-  ASSERT_TRUE(dir.ok());
-  WriteWhole(dir / "t.dbf", "abcdefgh");
-  auto f = OpenOrDie(dir / "t.dbf", OpenMode::kRead);
+TEST_F(MappingTest, SeesWritesOfOtherFilesAndProcessesWithoutRemapping) {
+  WriteWhole(dir_ / "t.dbf", "abcdefgh");
+  auto f = OpenOrDie(dir_ / "t.dbf", OpenMode::kRead);
   Mapping map;
   ASSERT_TRUE(map.Map(*f, 8).ok());
-  auto writer = OpenOrDie(dir / "T.DBF", OpenMode::kReadWrite);
+  auto writer = OpenOrDie(dir_ / "T.DBF", OpenMode::kReadWrite);
   ASSERT_TRUE(writer->WriteAt(2, "XY", 2).ok());
   EXPECT_EQ(std::memcmp(map.data(), "abXYefgh", 8), 0);
 
-  Child child([p = dir / "t.dbf"] {
+  Child child([p = dir_ / "t.dbf"] {
     File* c = OpenInChild(p);
     return c != nullptr && c->WriteAt(6, "!!", 2).ok();
   });
@@ -308,11 +304,9 @@ TEST(MappingTest, SeesWritesOfOtherFilesAndProcessesWithoutRemapping) {
   EXPECT_EQ(std::memcmp(map.data(), "abXYef!!", 8), 0);
 }
 
-TEST(MappingTest, NeverBeyondEndOfFileAndRemapReplaces) {
-  TestDir dir;
-  ASSERT_TRUE(dir.ok());
-  WriteWhole(dir / "t.dbf", "1234");
-  auto f = OpenOrDie(dir / "t.dbf", OpenMode::kReadWrite);
+TEST_F(MappingTest, NeverBeyondEndOfFileAndRemapReplaces) {
+  WriteWhole(dir_ / "t.dbf", "1234");
+  auto f = OpenOrDie(dir_ / "t.dbf", OpenMode::kReadWrite);
   Mapping map;
   EXPECT_EQ(map.Map(*f, 5).kind(), Kind::kInvalidArgument);
   ASSERT_TRUE(map.Map(*f, 4).ok());

@@ -88,13 +88,12 @@ TEST_F(HostPathTest, DotsPassThroughAndRelativeStaysRelative) {
 }
 
 TEST(PathPartsTest, SplitAtLastSeparatorOfEitherKind) {
-  EXPECT_EQ(DirPart("C:\\A\\B.DBF"), "C:\\A\\");
-  EXPECT_EQ(NamePart("C:\\A\\B.DBF"), "B.DBF");
-  EXPECT_EQ(DirPart("a/b\\c/d.cdx"), "a/b\\c/");
-  EXPECT_EQ(NamePart("a/b\\c/d.cdx"), "d.cdx");
-  EXPECT_EQ(DirPart("T.DBF"), "");
-  EXPECT_EQ(NamePart("T.DBF"), "T.DBF");
-  EXPECT_EQ(NamePart("C:\\A\\"), "");
+  const char* cases[][3] = {{"C:\\A\\B.DBF", "C:\\A\\", "B.DBF"}, {"a/b\\c/d.cdx", "a/b\\c/", "d.cdx"},
+                            {"T.DBF", "", "T.DBF"}, {"C:\\A\\", "C:\\A\\", ""}};
+  for (const auto& [path, dir, name] : cases) {
+    EXPECT_EQ(DirPart(path), dir) << path;
+    EXPECT_EQ(NamePart(path), name) << path;
+  }
 }
 
 }  // namespace
