@@ -7,6 +7,9 @@
 #include <cstring>
 #include <string>
 
+#include "lib/foundation/kvfail.h"
+#include "lib/foundation/kvgran.h"
+#include "lib/foundation/kvsem.h"
 #include "lib/system/appdir.h"
 #include "platform/env.h"
 #include "platform/file.h"
@@ -51,9 +54,18 @@ void MakeAdminDirectory() {
   if (g_settings.admin_path[0] != '\0') (void)platform::MakeDirectory(g_settings.admin_path);
 }
 
-// Runs the start-up when the library is loaded. The class library's steps (the process-crossing
-// mutex, the arena) join here, before the configuration, when they exist.
-__attribute__((constructor)) void OnLoad() { Startup(); }
+// Runs the start-up when the library is loaded: the process-crossing mutex, then the process's
+// private arena of 4 MiB, before any class-library object exists, then the configuration. A
+// process whose address space has no room for the arena goes on without one; the class library
+// then fails its allocations.
+__attribute__((constructor)) void OnLoad() {
+  KvInitCritSec();
+  try {
+    KvGranularity::_AllocMem(KVGRAN_DEFAULT_SIZE);
+  } catch (const KvFailure&) {
+  }
+  Startup();
+}
 
 }  // namespace
 

@@ -4,6 +4,8 @@
 #include <string>
 
 #include "frame/lookup.h"
+#include "lib/foundation/kvgran.h"
+#include "lib/foundation/kvsem.h"
 #include "include/kvd_frame.h"
 #include "tests/frame/frame_test_util.h"
 
@@ -55,6 +57,19 @@ TEST(PathStrings, CompareWild) {
   };
   for (const Case& c : cases)
     EXPECT_EQ(CompareWild(const_cast<char*>(c.wild), const_cast<char*>(c.key)), c.want) << c.wild << " / " << c.key;
+}
+
+// The library's start-up opened the process-crossing mutex and reserved the process's private
+// arena of 4 MiB before anything else.
+TEST(Configuration, StartUpMadeTheCritSecAndTheArena) {
+  EXPECT_NE(KvGetCritSecHandle(), nullptr);
+  ASSERT_NE(KvGranularity::_GetBase(), nullptr);
+  EXPECT_EQ(KvGranularity::_stMax, KVGRAN_DEFAULT_SIZE);
+  EXPECT_EQ(KvGranularity::_QueryCountAllocSharedMem(), 1);
+  EXPECT_EQ(reinterpret_cast<std::uintptr_t>(KvGranularity::_GetBase()) % 0x10000, 0u);
+  void* p = KvGranularity::_Alloc(100, KvGranularity::_GetDefaultWatcher());
+  EXPECT_TRUE(KvGranularity::_IsPointerInComittedRange(p));
+  KvGranularity::_Free(p, 100, KvGranularity::_GetDefaultWatcher());
 }
 
 TEST(Configuration, ReadFromTheNamedFileWithDefaults) {
