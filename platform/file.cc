@@ -215,16 +215,18 @@ std::string TempNameFor(const std::string& target) {
 
 Status File::Open(std::string_view path, OpenMode mode, std::unique_ptr<File>* out) {
   out->reset();
-  std::string host = HostPath(path);
   int flags = 0;
   bool writable = true;
+  bool existing = false;  // the file must be there already
   switch (mode) {
     case OpenMode::kRead:
       flags = O_RDONLY;
       writable = false;
+      existing = true;
       break;
     case OpenMode::kReadWrite:
       flags = O_RDWR;
+      existing = true;
       break;
     case OpenMode::kCreate:
       flags = O_RDWR | O_CREAT | O_TRUNC;
@@ -234,14 +236,39 @@ Status File::Open(std::string_view path, OpenMode mode, std::unique_ptr<File>* o
       break;
   }
   int fd = -1;
-  KVD_RETURN_IF_ERROR(OpenHost(host, flags | O_NOCTTY, &fd));
-  // A directory opens fine read-only and fails only at the first read; say it now.
+  std::string host;
+  if (existing) {
+    // The name as written first: when it is there, HostPath would answer it unchanged, and the open
+    // itself is the look-up. Only a name that is not there as written is searched ignoring case.
+    host = HostPathAsWritten(path);
+    Status s = OpenHost(host, flags | O_NOCTTY, &fd);
+    if (!s.ok()) {
+      std::string resolved = HostPath(path);
+      if (resolved == host) return s;
+      host = std::move(resolved);
+      KVD_RETURN_IF_ERROR(OpenHost(host, flags | O_NOCTTY, &fd));
+    }
+  } else {
+    // A file to be made must take the spelling of one that is there in another case.
+    host = HostPath(path);
+    KVD_RETURN_IF_ERROR(OpenHost(host, flags | O_NOCTTY, &fd));
+  }
+  // A directory opens fine read-only and fails only at the first read; say it now. The same look
+  // gives the identity and the size the opener starts from.
   struct stat st;
-  if (::fstat(fd, &st) == 0 && S_ISDIR(st.st_mode)) {
+  if (::fstat(fd, &st) != 0) {
+    const int err = errno;
+    Sys().close(fd);
+    return Status::FromErrno(err, "stat", host);
+  }
+  if (S_ISDIR(st.st_mode)) {
     Sys().close(fd);
     return Status::InvalidArgument(Concat({"open ", host, ": is a directory"}));
   }
   out->reset(new File(fd, std::move(host), writable));
+  (*out)->dev_ = static_cast<std::uint64_t>(st.st_dev);
+  (*out)->ino_ = static_cast<std::uint64_t>(st.st_ino);
+  (*out)->size_at_open_ = static_cast<std::uint64_t>(st.st_size);
   return Status::Ok();
 }
 
@@ -389,18 +416,49 @@ Status File::IsSameFileAs(std::string_view path, bool* same) const {
   return Status::Ok();
 }
 
+Status File::StillNamed(bool* same) const {
+  *same = false;
+  struct stat theirs;
+  if (::stat(path_.c_str(), &theirs) != 0) {
+    if (errno == ENOENT || errno == ENOTDIR) return Status::Ok();
+    return Status::FromErrno(errno, "stat", path_);
+  }
+  *same = static_cast<std::uint64_t>(theirs.st_dev) == dev_ && static_cast<std::uint64_t>(theirs.st_ino) == ino_;
+  return Status::Ok();
+}
+
+bool File::FileBeside(std::string_view name) const {
+  struct stat st;
+  const std::string host = std::string(DirPart(path_)) + std::string(name);
+  return ::stat(host.c_str(), &st) == 0 && S_ISREG(st.st_mode);
+}
+
 // ---------------------------------------------------------------------------------------------
 // Mapping
 
 Mapping::~Mapping() {
-  if (base_ != nullptr) ::munmap(base_, static_cast<std::size_t>(size_));
+  if (base_ != nullptr) ::munmap(base_, static_cast<std::size_t>(reserved_));
 }
+
+namespace {
+
+// Maps `length` bytes of `file` from offset 0, shared and read-only.
+Status MapShared(const File& file, std::uint64_t length, std::byte** base) {
+  if (length > std::numeric_limits<std::size_t>::max())
+    return Status::InvalidArgument(Concat({"map ", file.path(), ": too large to map"}));
+  void* p = ::mmap(nullptr, static_cast<std::size_t>(length), PROT_READ, MAP_SHARED, file.fd(), 0);
+  if (p == MAP_FAILED) return Status::FromErrno(errno, "map", file.path());
+  *base = static_cast<std::byte*>(p);
+  return Status::Ok();
+}
+
+}  // namespace
 
 Status Mapping::Map(const File& file, std::uint64_t size) {
   if (size == 0) {
-    if (base_ != nullptr) ::munmap(base_, static_cast<std::size_t>(size_));
+    if (base_ != nullptr) ::munmap(base_, static_cast<std::size_t>(reserved_));
     base_ = nullptr;
-    size_ = 0;
+    size_ = reserved_ = 0;
     return Status::Ok();
   }
   // Pages past the end of the file raise SIGBUS when touched, so never map beyond it.
@@ -410,12 +468,34 @@ Status Mapping::Map(const File& file, std::uint64_t size) {
     return Status::InvalidArgument(Concat({"map ", file.path(), ": ", std::to_string(size),
                                            " bytes asked, file has ", std::to_string(file_size)}));
   }
-  void* p = ::mmap(nullptr, static_cast<std::size_t>(size), PROT_READ, MAP_SHARED, file.fd(), 0);
-  if (p == MAP_FAILED) return Status::FromErrno(errno, "map", file.path());
+  std::byte* p = nullptr;
+  KVD_RETURN_IF_ERROR(MapShared(file, size, &p));
   // The new mapping is in place before the old one goes, so a failure above leaves the old intact.
-  if (base_ != nullptr) ::munmap(base_, static_cast<std::size_t>(size_));
-  base_ = static_cast<std::byte*>(p);
-  size_ = size;
+  if (base_ != nullptr) ::munmap(base_, static_cast<std::size_t>(reserved_));
+  base_ = p;
+  size_ = reserved_ = size;
+  return Status::Ok();
+}
+
+Status Mapping::Cover(const File& file, std::uint64_t end, std::uint64_t* file_size, bool* covered) {
+  *covered = false;
+  KVD_RETURN_IF_ERROR(file.Size(file_size));
+  if (end > *file_size) return Status::Ok();
+  *covered = true;
+  if (*file_size <= reserved_) {
+    // The address space is there: the pages the file gained are reached through it as they are.
+    size_ = std::max(size_, *file_size);
+    return Status::Ok();
+  }
+  // Room for the file to double (at least 64 KiB) before it needs mapping anew. Address space
+  // past the end is never touched: size_ bounds every read.
+  const std::uint64_t room = std::max<std::uint64_t>(*file_size, std::uint64_t{64} << 10);
+  std::byte* p = nullptr;
+  KVD_RETURN_IF_ERROR(MapShared(file, *file_size + room, &p));
+  if (base_ != nullptr) ::munmap(base_, static_cast<std::size_t>(reserved_));
+  base_ = p;
+  size_ = *file_size;
+  reserved_ = *file_size + room;
   return Status::Ok();
 }
 

@@ -35,7 +35,9 @@ enum class LockKind { kShared, kExclusive };
 
 class File {
  public:
-  // Opens `path` (Windows form allowed; see path.h). A missing file answers kNotFound.
+  // Opens `path` (Windows form allowed; see path.h). A missing file answers kNotFound. Opening an
+  // existing file tries the name as written first and resolves it ignoring case only when that
+  // finds nothing: open and one fstat when the name is spelled as on disk.
   static Status Open(std::string_view path, OpenMode mode, std::unique_ptr<File>* out);
   ~File();
   File(const File&) = delete;
@@ -67,6 +69,15 @@ class File {
   // True when `path` names the same file (device and inode) that this File has open, false when the
   // name was removed or now names another file.
   Status IsSameFileAs(std::string_view path, bool* same) const;
+  // True when the host path this File was opened by still names the file it has open: one stat,
+  // no resolution of the name. For an opener that must know the name was not given to another file
+  // between its open and its lock.
+  Status StillNamed(bool* same) const;
+  // True when a regular file named exactly `name` (no case-blind search) lies in the directory
+  // this File was opened in: one stat.
+  bool FileBeside(std::string_view name) const;
+  // The size of the file as the open found it (no system call); Size() asks for the size now.
+  std::uint64_t size_at_open() const { return size_at_open_; }
 
   int fd() const { return fd_; }  // for Mapping only
 
@@ -75,6 +86,9 @@ class File {
   int fd_;
   std::string path_;
   bool writable_;
+  std::uint64_t dev_ = 0;           // device and inode of the open file, from the open's fstat
+  std::uint64_t ino_ = 0;
+  std::uint64_t size_at_open_ = 0;  // bytes, from the same fstat
   // The open-mode lock ShareLock holds on fd_. Kept because a conversion that fails drops the old
   // flock lock on Linux, and only a File that knows what it held can take it back.
   enum class Held : unsigned char { kNone, kShared, kExclusive };
@@ -82,8 +96,10 @@ class File {
 };
 
 // A read-only shared mapping of the first `size` bytes of a File. Because the mapping is shared, a
-// write by any process through any descriptor is seen at once; nothing is cached. The mapping never
-// reaches beyond the end of the file as it was when mapped: call Remap after the file grew.
+// write by any process through any descriptor is seen at once; nothing is cached. The readable part
+// never reaches beyond the end of the file as it was last asked (touching a page past the end raises
+// SIGBUS). Cover follows a file that grew: the mapping keeps address space beyond the end, so that
+// most growth needs no new mapping (unmapping is dear: it flushes the TLB of every CPU).
 // Owned by the caller; must not outlive its File.
 class Mapping {
  public:
@@ -94,12 +110,18 @@ class Mapping {
 
   // Maps [0, size) of `file`; size 0 unmaps.
   Status Map(const File& file, std::uint64_t size);
+  // Makes at least [0, end) readable if the file is that long now: asks its size (one fstat, given
+  // back in *file_size) and then makes the whole file readable, mapping anew only when the address
+  // space kept is too short. *covered false, and the mapping as it was, when the file is shorter.
+  // REQUIRES: the file is not made shorter while it is mapped.
+  Status Cover(const File& file, std::uint64_t end, std::uint64_t* file_size, bool* covered);
   const std::byte* data() const { return base_; }
-  std::uint64_t size() const { return size_; }
+  std::uint64_t size() const { return size_; }  // the readable bytes
 
  private:
   std::byte* base_ = nullptr;
-  std::uint64_t size_ = 0;
+  std::uint64_t size_ = 0;      // readable: at most the file's size when last asked
+  std::uint64_t reserved_ = 0;  // mapped address space, size_ or more
 };
 
 // An exclusive lock on a directory: flock() on a descriptor of the directory itself, so no file is

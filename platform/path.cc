@@ -1,6 +1,7 @@
 // HostPath: from the Windows form callers build to a path of this machine.
 //
-// Cost. A path whose every component exists as written costs one lstat. Otherwise we look for the
+// Cost. A path whose every component exists as written costs one lstat (an open of an existing
+// file through File::Open none: it tries HostPathAsWritten first). Otherwise we look for the
 // longest leading part that exists as written (one lstat per component tried, from the end), and
 // resolve the rest component by component; only a component that is missing as written makes us
 // read its directory. Nothing is cached: another process may create or rename a file at any time.
@@ -60,28 +61,30 @@ std::optional<std::string> FindIgnoringCase(const std::string& dir, const std::s
   return best;
 }
 
-}  // namespace
+// A path split for resolving: the base the components hang from ("" for a relative path, or a
+// directory ending in '/'), the components with runs of separators counted as one, and whether the
+// path ended in a separator. Pure string work, apart from reading KVD_DRIVE_X.
+struct SplitPath {
+  std::string base;
+  std::vector<std::string> parts;
+  bool trailing_separator = false;
+};
 
-std::string HostPath(std::string_view path) {
-  // Split off the drive and pick the base the components hang from.
-  std::string base;  // "" (relative), or a directory ending in '/'
+SplitPath Split(std::string_view path) {
+  SplitPath sp;
   std::string_view rest = path;
   if (rest.size() >= 2 && rest[1] == ':' &&
       ((rest[0] >= 'A' && rest[0] <= 'Z') || (rest[0] >= 'a' && rest[0] <= 'z'))) {
     char var[] = "KVD_DRIVE_X";
     var[sizeof(var) - 2] = static_cast<char>(rest[0] & ~0x20);  // upper case
     const char* drive = std::getenv(var);
-    base = (drive != nullptr && drive[0] != '\0') ? drive : "/";
+    sp.base = (drive != nullptr && drive[0] != '\0') ? drive : "/";
     rest.remove_prefix(2);
     // The drive stands for a directory, so "C:" and "C:\" both mean its top.
-    if (base.back() != '/') base.push_back('/');
+    if (sp.base.back() != '/') sp.base.push_back('/');
   } else if (!rest.empty() && IsSeparator(rest[0])) {
-    base = "/";
+    sp.base = "/";
   }
-
-  // Components, with runs of separators counted as one.
-  std::vector<std::string> parts;
-  bool trailing_separator = false;
   std::size_t i = 0;
   while (i < rest.size()) {
     if (IsSeparator(rest[i])) {
@@ -90,11 +93,29 @@ std::string HostPath(std::string_view path) {
     }
     std::size_t end = i;
     while (end < rest.size() && !IsSeparator(rest[end])) ++end;
-    parts.emplace_back(rest.substr(i, end - i));
-    trailing_separator = end < rest.size();
+    sp.parts.emplace_back(rest.substr(i, end - i));
+    sp.trailing_separator = end < rest.size();
     i = end;
   }
-  if (parts.empty()) return base;
+  return sp;
+}
+
+std::string Joined(const SplitPath& sp) {
+  if (sp.parts.empty()) return sp.base;
+  std::string out = Join(sp.base, sp.parts, sp.parts.size());
+  if (sp.trailing_separator) out.push_back('/');
+  return out;
+}
+
+}  // namespace
+
+std::string HostPathAsWritten(std::string_view path) { return Joined(Split(path)); }
+
+std::string HostPath(std::string_view path) {
+  SplitPath sp = Split(path);
+  if (sp.parts.empty()) return sp.base;
+  const std::string& base = sp.base;
+  std::vector<std::string>& parts = sp.parts;
 
   // Longest leading run of components that exists as written. The base itself is a host path
   // already and is not looked at.
@@ -112,10 +133,7 @@ std::string HostPath(std::string_view path) {
     if (!found) break;
     parts[k] = std::move(*found);
   }
-
-  std::string out = Join(base, parts, parts.size());
-  if (trailing_separator) out.push_back('/');
-  return out;
+  return Joined(sp);
 }
 
 std::string_view DirPart(std::string_view path) {

@@ -25,6 +25,11 @@ namespace kvd::platform {
 
 std::string HostPath(std::string_view path);
 
+// The same mapping without looking at the disk: drive and separators as above, every component as
+// written. For a caller that tries the name as written first and resolves with HostPath only when
+// that finds nothing (an open of an existing file then costs no look-up of its own).
+std::string HostPathAsWritten(std::string_view path);
+
 // Directory part of a path with its trailing separator as written ("C:\A\B.DBF" -> "C:\A\"), and the
 // name after it ("B.DBF"). Either separator counts. Pure string work.
 std::string_view DirPart(std::string_view path);

@@ -287,6 +287,38 @@ TEST_F(FileOpsTest, CopyRenameAndIdentity) {
   EXPECT_FALSE(DirectoryExists(dir_ / "Sub"));
 }
 
+// An existing file opens by its name as written, or by the name on disk in another case; either
+// way the File knows the name it was opened by, its size then, and its identity.
+TEST_F(FileOpsTest, OpenKnowsItsNameSizeAndWhetherTheNameStillHoldsIt) {
+  WriteWhole(dir_ / "t.dbf", "0123456789");
+  auto exact = OpenOrDie(dir_ / "t.dbf", OpenMode::kRead);
+  auto other_case = OpenOrDie(dir_ / "T.DBF", OpenMode::kReadWrite);
+  EXPECT_EQ(exact->path(), dir_ / "t.dbf");
+  EXPECT_EQ(other_case->path(), dir_ / "t.dbf");
+  EXPECT_EQ(exact->size_at_open(), 10u);
+  ASSERT_TRUE(other_case->WriteAt(10, "ab", 2).ok());
+  EXPECT_EQ(exact->size_at_open(), 10u) << "the size as the open found it";
+  EXPECT_TRUE(exact->FileBeside("t.dbf"));
+  EXPECT_FALSE(exact->FileBeside("T.DBF")) << "the name exactly as given";
+  EXPECT_FALSE(exact->FileBeside("none.dbf"));
+
+  bool same = false;
+  ASSERT_TRUE(exact->StillNamed(&same).ok());
+  EXPECT_TRUE(same);
+  WriteWhole(dir_ / "new.dbf", "new");
+  fs::rename(dir_ / "new.dbf", dir_ / "t.dbf");  // another file takes the name
+  ASSERT_TRUE(exact->StillNamed(&same).ok());
+  EXPECT_FALSE(same);
+  auto renewed = OpenOrDie(dir_ / "t.dbf", OpenMode::kRead);
+  ASSERT_TRUE(renewed->StillNamed(&same).ok());
+  EXPECT_TRUE(same);
+  fs::remove(dir_ / "t.dbf");
+  ASSERT_TRUE(renewed->StillNamed(&same).ok());
+  EXPECT_FALSE(same);
+  std::unique_ptr<File> f;
+  EXPECT_TRUE(File::Open(dir_ / "T.DBF", OpenMode::kRead, &f).IsNotFound());
+}
+
 TEST_F(MappingTest, SeesWritesOfOtherFilesAndProcessesWithoutRemapping) {
   WriteWhole(dir_ / "t.dbf", "abcdefgh");
   auto f = OpenOrDie(dir_ / "t.dbf", OpenMode::kRead);
@@ -318,6 +350,46 @@ TEST_F(MappingTest, NeverBeyondEndOfFileAndRemapReplaces) {
   EXPECT_EQ(std::memcmp(map.data(), "12345678", 8), 0);
   ASSERT_TRUE(map.Map(*f, 0).ok());
   EXPECT_TRUE(map.data() == nullptr && map.size() == 0);
+}
+
+// Cover follows a file that grows: the readable part reaches the new end without a new mapping
+// while the address space kept suffices, and never beyond the end.
+TEST_F(MappingTest, CoverFollowsGrowthAndStopsAtTheEnd) {
+  WriteWhole(dir_ / "t.dbf", "12345678");
+  auto f = OpenOrDie(dir_ / "t.dbf", OpenMode::kRead);
+  auto writer = OpenOrDie(dir_ / "t.dbf", OpenMode::kReadWrite);
+  Mapping map;
+  std::uint64_t size = 0;
+  bool covered = true;
+  ASSERT_TRUE(map.Cover(*f, 9, &size, &covered).ok());
+  EXPECT_FALSE(covered);
+  EXPECT_EQ(size, 8u);
+  EXPECT_EQ(map.size(), 0u) << "nothing mapped for a file too short";
+  ASSERT_TRUE(map.Cover(*f, 4, &size, &covered).ok());
+  ASSERT_TRUE(covered);
+  EXPECT_EQ(map.size(), 8u) << "the whole file, not only what was asked";
+  const std::byte* first = map.data();
+
+  const std::string more(5000, 'x');
+  ASSERT_TRUE(writer->WriteAt(8, more.data(), more.size()).ok());
+  EXPECT_EQ(map.size(), 8u) << "the new bytes only after Cover";
+  ASSERT_TRUE(map.Cover(*f, 5008, &size, &covered).ok());
+  ASSERT_TRUE(covered);
+  EXPECT_EQ(size, 5008u);
+  EXPECT_EQ(map.size(), 5008u);
+  EXPECT_EQ(map.data(), first) << "grown within the address space kept";
+  EXPECT_EQ(std::memcmp(map.data() + 5000, "xxxxxxxx", 8), 0);
+  ASSERT_TRUE(map.Cover(*f, 6000, &size, &covered).ok());
+  EXPECT_FALSE(covered);
+  EXPECT_EQ(map.size(), 5008u);
+
+  const std::string big(std::size_t{1} << 20, 'y');  // beyond the room: mapped anew
+  ASSERT_TRUE(writer->WriteAt(5008, big.data(), big.size()).ok());
+  ASSERT_TRUE(map.Cover(*f, 5008 + big.size(), &size, &covered).ok());
+  ASSERT_TRUE(covered);
+  EXPECT_EQ(map.size(), 5008 + big.size());
+  EXPECT_EQ(std::memcmp(map.data(), "12345678xx", 10), 0);
+  EXPECT_EQ(static_cast<char>(map.data()[map.size() - 1]), 'y');
 }
 
 }  // namespace

@@ -56,6 +56,16 @@ TEST_F(HostPathTest, DriveLetterMapsThroughEnvironmentElseRoot) {
   EXPECT_EQ(HostPath("Q:\\kvd-no-such-dir\\X.DBF"), "/kvd-no-such-dir/X.DBF");
 }
 
+TEST_F(HostPathTest, AsWrittenMapsDriveAndSeparatorsButNoCase) {
+  ScopedEnv c_drive("KVD_DRIVE_C", dir_.path().c_str());
+  EXPECT_EQ(HostPathAsWritten(dir_ / "PLANT/PRJ1/_SIGNAL.DBF"), dir_ / "PLANT/PRJ1/_SIGNAL.DBF");
+  EXPECT_EQ(HostPathAsWritten("C:\\Plant\\\\prj1\\_signal.dbf"), dir_ / "Plant/prj1/_signal.dbf");
+  EXPECT_EQ(HostPathAsWritten("c:\\PLANT\\"), dir_ / "PLANT/");
+  EXPECT_EQ(HostPathAsWritten("rel\\X.DBF"), "rel/X.DBF");
+  // Where every component exists as written, both say the same.
+  EXPECT_EQ(HostPathAsWritten("C:\\Plant\\prj1\\_signal.dbf"), HostPath("C:\\Plant\\prj1\\_signal.dbf"));
+}
+
 TEST_F(HostPathTest, MissingTailKeptAsWritten) {
   // The existing directories are resolved; the new file and everything below a missing
   // directory keep the caller's spelling.
