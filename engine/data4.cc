@@ -189,9 +189,15 @@ static DATA4St* OpenTable(CODE4* code, const std::string& name, bool quiet_when_
   opt.exclusive = code->accessMode != OPEN4DENY_NONE;
   opt.attempts = code->lockAttempts;
   opt.delay_ms = code->lockDelay;
-  RecoverInterruptedCompress(name);
   std::unique_ptr<DbfFile> dbf;
   Status s = DbfFile::Open(name, opt, &dbf);
+  // A memo compression that a crash interrupted is finished before the table is used. It is looked
+  // for once the table is open (its directory is known then: one stat); when it waits, or when the
+  // open failed, the open is made again after the recovery.
+  if (!s.ok() || InterruptedCompressWaits(*dbf, name)) {
+    dbf.reset();
+    if (RecoverInterruptedCompress(name) || s.ok()) s = DbfFile::Open(name, opt, &dbf);
+  }
   if (!s.ok()) {
     if (s.IsNotFound() && quiet_when_missing && !code->errOpen) return nullptr;
     SetError(code, s.IsNotFound() ? e4open : ErrorFor(s, e4open), s);

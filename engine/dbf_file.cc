@@ -72,7 +72,7 @@ Status DbfFile::Open(std::string_view path, const OpenOptions& opt, std::unique_
     }
     KVD_RETURN_IF_ERROR(locked);
     bool same = false;
-    KVD_RETURN_IF_ERROR(f->IsSameFileAs(path, &same));
+    KVD_RETURN_IF_ERROR(f->StillNamed(&same));
     if (same) {
       t->file_ = std::move(f);
       break;
@@ -86,13 +86,23 @@ Status DbfFile::Open(std::string_view path, const OpenOptions& opt, std::unique_
 
 Status DbfFile::ParseHeader() {
   const std::string& p = file_->path();
-  std::uint64_t size = 0;
-  KVD_RETURN_IF_ERROR(file_->Size(&size));
+  // One read brings the header of most tables whole; a longer one (many fields) is read again at
+  // its length. The size is the open's: enough to judge the header, and a count that seems to run
+  // past it is judged again against the size now (below).
+  std::uint64_t size = file_->size_at_open();
+  std::vector<unsigned char> head(kHeaderReadSize);
+  std::size_t got = 0;
+  KVD_RETURN_IF_ERROR(file_->ReadAt(0, head.data(), head.size(), &got));
+  if (got < head.size()) size = got;  // the read reached the end: this is the whole file
   if (size < dbf::kHeaderSize) return KVD_CORRUPT(p, 0, "file shorter than a table header");
-  unsigned char first[dbf::kHeaderSize];
-  KVD_RETURN_IF_ERROR(file_->ReadExactAt(0, first, sizeof first));
-  std::vector<unsigned char> head(std::min<std::uint64_t>(size, std::max<unsigned>(GetLE16(first + dbf::kOffHeaderLen), dbf::kHeaderSize)));
-  KVD_RETURN_IF_ERROR(file_->ReadExactAt(0, head.data(), head.size()));
+  const std::size_t want = std::max<unsigned>(GetLE16(head.data() + dbf::kOffHeaderLen), dbf::kHeaderSize);
+  if (want > got && got == head.size()) {
+    head.resize(want);
+    KVD_RETURN_IF_ERROR(file_->ReadAt(0, head.data(), head.size(), &got));
+    if (got < want) size = got;
+  }
+  size = std::max<std::uint64_t>(size, got);
+  head.resize(std::min(want, got));
   const unsigned char* h = head.data();
   flags_ = h[dbf::kOffFlags];
   version_ = h[dbf::kOffVersion];
@@ -161,6 +171,7 @@ Status DbfFile::ParseHeader() {
   // The count lives in the shared mapping and may have grown since the size was taken: another
   // opener writes a new record before it raises the count, so a fresh size always covers it.
   std::uint32_t count = GetLE32(h + dbf::kOffRecCount);
+  known_count_ = count;  // a new file (after a pack) starts the bound afresh
   if (static_cast<std::uint64_t>(header_len_) + static_cast<std::uint64_t>(count) * record_len_ > size) {
     KVD_RETURN_IF_ERROR(file_->Size(&size));
     if (static_cast<std::uint64_t>(header_len_) + static_cast<std::uint64_t>(count) * record_len_ > size)
@@ -172,9 +183,10 @@ Status DbfFile::ParseHeader() {
 Status DbfFile::EnsureMapped(std::uint64_t end) {
   if (end <= map_.size()) return Status::Ok();
   std::uint64_t size = 0;
-  KVD_RETURN_IF_ERROR(file_->Size(&size));
-  if (end > size) return KVD_CORRUPT(file_->path(), end, "read beyond the end of the file");
-  return map_.Map(*file_, size);
+  bool covered = false;
+  KVD_RETURN_IF_ERROR(map_.Cover(*file_, end, &size, &covered));
+  if (!covered) return KVD_CORRUPT(file_->path(), end, "read beyond the end of the file");
+  return Status::Ok();
 }
 
 Status DbfFile::Fetch(std::uint64_t off, void* out, std::size_t n) {
@@ -197,13 +209,20 @@ Status DbfFile::RecordCount(std::uint32_t* count) {
   unsigned char b[4];
   KVD_RETURN_IF_ERROR(Fetch(dbf::kOffRecCount, b, 4));
   *count = GetLE32(b);
+  known_count_ = std::max(known_count_, *count);
+  return Status::Ok();
+}
+
+Status DbfFile::CheckRecordNumber(std::uint32_t rec) {
+  if (rec != 0 && rec <= known_count_) return Status::Ok();
+  std::uint32_t count = 0;
+  KVD_RETURN_IF_ERROR(RecordCount(&count));
+  if (rec == 0 || rec > count) return Status::NotFound("no record " + std::to_string(rec));
   return Status::Ok();
 }
 
 Status DbfFile::ReadRecord(std::uint32_t rec, char* out) {
-  std::uint32_t count = 0;
-  KVD_RETURN_IF_ERROR(RecordCount(&count));
-  if (rec == 0 || rec > count) return Status::NotFound("no record " + std::to_string(rec));
+  KVD_RETURN_IF_ERROR(CheckRecordNumber(rec));
   if (pending_n_ && rec > pending_base_) {
     std::memcpy(out, pending_.data() + static_cast<std::size_t>(rec - pending_base_ - 1) * record_len_, record_len_);
     return Status::Ok();
@@ -214,9 +233,7 @@ Status DbfFile::ReadRecord(std::uint32_t rec, char* out) {
 
 Status DbfFile::WriteRecord(std::uint32_t rec, const char* in) {
   if (read_only_) return Status::ReadOnly("table opened read only: " + file_->path());
-  std::uint32_t count = 0;
-  KVD_RETURN_IF_ERROR(RecordCount(&count));
-  if (rec == 0 || rec > count) return Status::NotFound("no record " + std::to_string(rec));
+  KVD_RETURN_IF_ERROR(CheckRecordNumber(rec));
   if (pending_n_ && rec > pending_base_) {
     std::memcpy(pending_.data() + static_cast<std::size_t>(rec - pending_base_ - 1) * record_len_, in, record_len_);
     return Status::Ok();
@@ -237,6 +254,7 @@ Status DbfFile::FlushAppends() {
   PutLE32(head + 3, pending_base_ + pending_n_);
   KVD_RETURN_IF_ERROR(file_->WriteAt(dbf::kOffDate, head, sizeof head));
   date_touched_ = true;
+  known_count_ = std::max(known_count_, pending_base_ + pending_n_);
   pending_.clear();
   pending_n_ = 0;
   return Status::Ok();
@@ -267,6 +285,7 @@ Status DbfFile::AppendRecord(const char* in, std::uint32_t* rec, bool defer) {
   PutLE32(head + 3, count + 1);
   KVD_RETURN_IF_ERROR(file_->WriteAt(dbf::kOffDate, head, sizeof head));
   date_touched_ = true;
+  known_count_ = std::max(known_count_, count + 1);
   *rec = count + 1;
   return Status::Ok();
 }

@@ -1,10 +1,12 @@
 // One open .DBF file: its header and field layout, records in and out, its locks.
 //
 // Reads go through a shared mapping of the file, so a record another process wrote is what the
-// next read returns, without a system call per record. Writes go through pwrite into the same page
-// cache. The record count is read from the header in the mapping on every call that needs it:
-// nothing about the file's contents is cached except the field layout, which no opener may change
-// while the file is open (changing it needs the file alone).
+// next read returns, without a system call per record (an opener that reads only a few times uses
+// pread instead: see Fetch). Writes go through pwrite into the same page cache. The record count is
+// read from the header on every call that asks for it. Nothing about the file's contents is cached
+// except the field layout, which no opener may change while the file is open (changing it needs
+// the file alone), and a lower bound of the count (known_count_), since the count only grows while
+// the file is open.
 //
 // Locks (open-file-description locks on the .DBF, the layout FoxPro uses for a table with a
 // compound index, so that other xBase engines and ours exclude each other):
@@ -129,6 +131,9 @@ class DbfFile {
   Status ParseHeader();
   Status EnsureMapped(std::uint64_t end);
   Status RewriteWith(const std::vector<std::uint32_t>& keep_recs);
+  // kNotFound unless 1 <= rec <= the count. A record at or below a count this opener has seen needs
+  // no look at the count: see known_count_.
+  Status CheckRecordNumber(std::uint32_t rec);
   static Status LockWithRetry(platform::File& f, std::uint64_t off, std::uint64_t len, int attempts,
                               int delay_ms);
 
@@ -149,6 +154,12 @@ class DbfFile {
   Status Fetch(std::uint64_t off, void* out, std::size_t n);
   static constexpr int kReadsBeforeMapping = 8;
   int reads_ = 0;
+  // Bytes the open reads at once for the header: the whole header of a table with up to 126 fields.
+  static constexpr std::size_t kHeaderReadSize = 4096;
+  // The largest record count this opener has read from the header or written there. While a table
+  // is open its count only grows: records go only by a pack, which has the table alone and writes
+  // a new file (Reopen reads the count afresh). So a record at or below it exists without a look.
+  std::uint32_t known_count_ = 0;
   unsigned char flags_ = 0;             // header byte 28 as last read or written
   std::vector<char> append_buf_;        // record + end mark, reused by every append
   std::vector<char> pending_;           // appended records not yet written (deferred appends)

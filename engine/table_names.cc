@@ -158,16 +158,21 @@ Status ReplaceTablePair(std::string_view built_table, std::string_view built_mem
   return s;
 }
 
-void RecoverInterruptedCompress(std::string_view table_name) {
+bool InterruptedCompressWaits(DbfFile& dbf, std::string_view table_name) {
+  // PendingName's name part, looked for in the directory the table was opened in.
+  return dbf.file().FileBeside("." + std::string(platform::NamePart(table_name)) + ".compress-dbf");
+}
+
+bool RecoverInterruptedCompress(std::string_view table_name) {
   const std::string new_table = PendingName(table_name, "dbf");
   // The common case is one failed look-up of a name we wrote ourselves, in the case we wrote it:
   // no directory scan for a spelling in another case.
-  if (!platform::FileExistsAsSpelled(new_table)) return;
+  if (!platform::FileExistsAsSpelled(new_table)) return false;
   // Only whoever has the table alone may repair it; an opener that cannot get it leaves the repair
   // to the next one (someone else has the table open and did it, or will).
   std::unique_ptr<platform::File> guard;
-  if (!platform::File::Open(table_name, platform::OpenMode::kRead, &guard).ok()) return;
-  if (!guard->ShareLock(platform::LockKind::kExclusive, false).ok()) return;
+  if (!platform::File::Open(table_name, platform::OpenMode::kRead, &guard).ok()) return false;
+  if (!guard->ShareLock(platform::LockKind::kExclusive, false).ok()) return false;
   const std::string new_memo = PendingName(table_name, "fpt");
   if (platform::FileExists(new_memo)) {
     // The crash came before the memo was renamed: the old pair is whole.
@@ -176,6 +181,7 @@ void RecoverInterruptedCompress(std::string_view table_name) {
   } else {
     platform::ReplaceFileHeld(new_table, table_name);
   }
+  return true;
 }
 
 }  // namespace kvd::engine

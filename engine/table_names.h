@@ -26,7 +26,12 @@ std::string MemoNameFor(std::string_view table, MemoKind kind);
 // job (RecoverInterruptedCompress). A crash before the first rename leaves both waiting, and the
 // next open throws them away: the old pair is still whole.
 Status CompressMemoFile(DbfFile& dbf, MemoFile& memo, std::string_view table_name);
-void RecoverInterruptedCompress(std::string_view table_name);
+// True when it found the files of such a crash and, having the table alone, dealt with them.
+bool RecoverInterruptedCompress(std::string_view table_name);
+// Whether the new table of an interrupted compression waits beside `dbf`, an open of
+// `table_name`: one stat in the directory the open found. An opener asks this once it has the
+// table open, and then closes it and recovers (the open itself costs nothing extra that way).
+bool InterruptedCompressWaits(DbfFile& dbf, std::string_view table_name);
 
 // Puts a table written aside, `built_table` with its memo file `built_memo` ("" when it has none),
 // in the place of `table` and its .FPT memo, for a caller that holds `table` (and its memo) alone.

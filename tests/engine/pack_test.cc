@@ -49,6 +49,30 @@ TEST(Pack, KeepsLiveRecordsInOrderAndShrinksTheFile) {
   d4close(d);
 }
 
+// A record this opener has seen counted is read without a look at the count; after its own pack
+// the records past the new count are gone for it too: a write to one is refused and the file does
+// not grow.
+TEST(Pack, RecordsPastTheNewCountAreGoneForThePacker) {
+  TempDir dir;
+  Engine e;
+  DATA4St* d = Build(e, dir / "p", 10, 2);
+  d4go(d, 10);
+  EXPECT_EQ(f4long(d4field(d, "KEY")), 10);
+  ASSERT_EQ(d4pack(d), 0) << error4lastDetail(&e.code);
+  ASSERT_EQ(d4recCount(d), 5);
+  const auto size = std::filesystem::file_size(dir / "p.DBF");
+  e.code.errorCode = 0;
+  e.code.lockEnforce = 0;
+  EXPECT_LT(d4write(d, 9), 0) << "record 9 went with the pack";
+  EXPECT_EQ(std::filesystem::file_size(dir / "p.DBF"), size);
+  d4changed(d, 0);  // the refused write is not tried again by the next move
+  EXPECT_EQ(d4go(d, 9), r4entry);
+  e.code.errorCode = 0;
+  ASSERT_EQ(d4go(d, 5), 0);
+  EXPECT_EQ(f4long(d4field(d, "KEY")), 9);
+  d4close(d);
+}
+
 TEST(Pack, RefusedWhileAnotherOpenerHasTheTable) {
   TempDir dir;
   Engine e, other;
