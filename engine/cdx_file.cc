@@ -26,17 +26,20 @@ class CdxFile::TagStore : public CdxPageStore {
   Status WritePage(const CdxPage& p) override { return file_->WritePage(p, *fmt_); }
   Status AllocPage(std::uint32_t* off) override { return file_->AllocPage(off); }
   Status FreePage(std::uint32_t off) override { return file_->FreePage(off); }
-  std::uint32_t root() const override {
-    return GetLE32(file_->map_.data() + header_ + cdx::kOffRoot);
+  Status Root(std::uint32_t* off) override {
+    unsigned char b[4];
+    KVD_RETURN_IF_ERROR(file_->Fetch(header_ + cdx::kOffRoot, b, 4));
+    *off = GetLE32(b);
+    return Status::Ok();
   }
   Status SetRoot(std::uint32_t off) override {
     unsigned char b[4];
     PutLE32(b, off);
-    return file_->file_->WriteAt(header_ + cdx::kOffRoot, b, 4);
+    return file_->WriteAt(header_ + cdx::kOffRoot, b, 4);
   }
   const CdxKeyFormat& format() const override { return *fmt_; }
-  // The mapping covers every page read so far (ReadPage maps again when a page lies past it).
-  std::uint64_t page_count() const override { return file_->map_.size() / cdx::kPageSize; }
+  // Every page read so far lies inside the known size (a read past it proves the file longer).
+  std::uint64_t page_count() const override { return file_->known_size_ / cdx::kPageSize; }
 
  private:
   CdxFile* file_;
@@ -48,12 +51,126 @@ CdxFile::~CdxFile() = default;
 
 CdxPageStore& CdxFile::Store(std::size_t i) { return *stores_[i]; }
 
+Status CdxFile::RefreshSize() {
+  std::uint64_t size = 0;
+  KVD_RETURN_IF_ERROR(file_->Size(&size));
+  known_size_ = std::max(known_size_, size);
+  return Status::Ok();
+}
+
 Status CdxFile::EnsureMapped(std::uint64_t end) {
   if (end <= map_.size()) return Status::Ok();
   std::uint64_t size = 0;
-  KVD_RETURN_IF_ERROR(file_->Size(&size));
-  if (end > size) return KVD_CORRUPT(file_->path(), end, "index page beyond the end of the file");
-  return map_.Map(*file_, size);
+  bool covered = false;
+  KVD_RETURN_IF_ERROR(map_.Cover(*file_, end, &size, &covered));
+  known_size_ = std::max(known_size_, size);
+  if (!covered) return KVD_CORRUPT(file_->path(), end, "index page beyond the end of the file");
+  DropKept();  // the mapping serves every read from now on
+  return Status::Ok();
+}
+
+void CdxFile::DropKept() {
+  kept_.clear();
+  counter_known_ = false;
+}
+
+CdxFile::KeptPage* CdxFile::FindKept(std::uint64_t page) {
+  for (KeptPage& k : kept_)
+    if (k.offset == page) return &k;
+  return nullptr;
+}
+
+void CdxFile::Keep(std::uint64_t page, const unsigned char* bytes) {
+  KeptPage* k = FindKept(page);
+  if (k == nullptr) {
+    if (kept_.size() >= kMaxKeptPages) kept_.clear();  // the mapping takes over soon anyway
+    kept_.push_back(KeptPage{static_cast<std::uint32_t>(page), {}});
+    k = &kept_.back();
+  }
+  std::memcpy(k->bytes, bytes, cdx::kPageSize);
+}
+
+Status CdxFile::Fetch(std::uint64_t off, void* out, std::size_t n) {
+  const std::uint64_t end = off + n;
+  if (end <= map_.size()) {
+    std::memcpy(out, map_.data() + off, n);
+    return Status::Ok();
+  }
+  if (map_.size() != 0 || reads_ >= kReadsBeforeMapping) {
+    KVD_RETURN_IF_ERROR(EnsureMapped(end));
+    std::memcpy(out, map_.data() + off, n);
+    return Status::Ok();
+  }
+  if (end <= open_bytes_.size()) {
+    std::memcpy(out, open_bytes_.data() + off, n);
+    return Status::Ok();
+  }
+  // The pages that hold the range: kept ones when the counter says they are current.
+  const std::uint64_t first = off / cdx::kPageSize * cdx::kPageSize;
+  const std::uint64_t last = (end - 1) / cdx::kPageSize * cdx::kPageSize;
+  if (hold_ != Hold::kNone && counter_known_) {
+    unsigned char* o = static_cast<unsigned char*>(out);
+    std::size_t done = 0;
+    for (std::uint64_t page = first; page <= last; page += cdx::kPageSize) {
+      const KeptPage* k = FindKept(page);
+      if (k == nullptr) break;
+      const std::uint64_t from = std::max(off, page), to = std::min(end, page + cdx::kPageSize);
+      std::memcpy(o + done, k->bytes + (from - page), to - from);
+      done += to - from;
+    }
+    if (done == n) return Status::Ok();
+  }
+  // Read the whole pages; keep them when read under the lock.
+  unsigned char buf[2 * cdx::kPageSize];
+  const std::size_t len = static_cast<std::size_t>(last + cdx::kPageSize - first);
+  if (len > sizeof buf) return Status::InvalidArgument("index read across more than two pages");
+  std::size_t got = 0;
+  ++reads_;
+  KVD_RETURN_IF_ERROR(file_->ReadAt(first, buf, len, &got));
+  if (first + got < end) return KVD_CORRUPT(file_->path(), end, "index page beyond the end of the file");
+  known_size_ = std::max(known_size_, first + got);
+  std::memcpy(out, buf + (off - first), n);
+  if (hold_ != Hold::kNone && counter_known_) {
+    for (std::uint64_t page = first; page + cdx::kPageSize <= first + got; page += cdx::kPageSize)
+      Keep(page, buf + (page - first));
+  }
+  return Status::Ok();
+}
+
+Status CdxFile::WriteAt(std::uint64_t off, const void* in, std::size_t n) {
+  // A write without the lock (an index being built, which no one else can open) leaves nothing
+  // kept; a write under the exclusive lock keeps the kept pages what the file now holds.
+  if (hold_ != Hold::kWrite) DropKept();
+  if (Status s = file_->WriteAt(off, in, n); !s.ok()) {
+    DropKept();  // the file may hold part of the write: no copy can say what
+    return s;
+  }
+  known_size_ = std::max(known_size_, off + n);
+  const std::uint64_t end = off + n;
+  for (KeptPage& k : kept_) {
+    const std::uint64_t from = std::max<std::uint64_t>(off, k.offset);
+    const std::uint64_t to = std::min<std::uint64_t>(end, k.offset + cdx::kPageSize);
+    if (from < to) std::memcpy(k.bytes + (from - k.offset), static_cast<const unsigned char*>(in) + (from - off), to - from);
+  }
+  return Status::Ok();
+}
+
+Status CdxFile::Validate() {
+  if (map_.size() != 0) return Status::Ok();
+  // The counter with the header and the tag headers, in one read, under the lock: what this read
+  // brings may be kept.
+  std::vector<unsigned char> head(head_len_);
+  std::size_t got = 0;
+  ++reads_;
+  KVD_RETURN_IF_ERROR(file_->ReadAt(0, head.data(), head.size(), &got));
+  if (got < cdx::kPageSize) return KVD_CORRUPT(file_->path(), 0, "index file shorter than its header");
+  known_size_ = std::max<std::uint64_t>(known_size_, got);
+  const std::uint32_t counter = GetBE32(head.data() + cdx::kOffCounter);
+  if (!counter_known_ || counter != kept_counter_) kept_.clear();
+  kept_counter_ = counter;
+  counter_known_ = true;
+  for (std::size_t page = 0; page + cdx::kPageSize <= got; page += cdx::kPageSize) Keep(page, head.data() + page);
+  return Status::Ok();
 }
 
 Status CdxFile::Open(std::string_view path, bool read_only, bool exclusive, std::unique_ptr<CdxFile>* out) {
@@ -62,19 +179,27 @@ Status CdxFile::Open(std::string_view path, bool read_only, bool exclusive, std:
   KVD_RETURN_IF_ERROR(platform::File::Open(path, read_only ? platform::OpenMode::kRead : platform::OpenMode::kReadWrite,
                                            &f->file_));
   KVD_RETURN_IF_ERROR(f->file_->ShareLock(exclusive ? platform::LockKind::kExclusive : platform::LockKind::kShared, false));
-  std::uint64_t size = 0;
-  KVD_RETURN_IF_ERROR(f->file_->Size(&size));
-  if (size < cdx::kHeaderSize + cdx::kPageSize) return KVD_CORRUPT(f->file_->path(), 0, "index file shorter than its header and directory");
-  KVD_RETURN_IF_ERROR(f->map_.Map(*f->file_, size));
-  KVD_RETURN_IF_ERROR(f->ReadDirectory());
+  f->known_size_ = f->file_->size_at_open();
+  // The header, the directory and mostly every tag header in one read; what lies further is read
+  // page by page. Nothing of it is kept: it was read without the lock.
+  f->open_bytes_.resize(kOpenReadSize);
+  std::size_t got = 0;
+  ++f->reads_;
+  KVD_RETURN_IF_ERROR(f->file_->ReadAt(0, f->open_bytes_.data(), f->open_bytes_.size(), &got));
+  f->open_bytes_.resize(got);
+  f->known_size_ = std::max<std::uint64_t>(f->known_size_, got);
+  if (got < cdx::kHeaderSize + cdx::kPageSize) return KVD_CORRUPT(f->file_->path(), 0, "index file shorter than its header and directory");
+  Status s = f->ReadDirectory();
+  f->open_bytes_ = std::vector<unsigned char>();
+  KVD_RETURN_IF_ERROR(s);
   *out = std::move(f);
   return Status::Ok();
 }
 
 Status CdxFile::ReadHeader(std::uint32_t off, CdxTagDef* def) {
   const std::string& p = file_->path();
-  KVD_RETURN_IF_ERROR(EnsureMapped(static_cast<std::uint64_t>(off) + cdx::kHeaderSize));
-  const unsigned char* h = reinterpret_cast<const unsigned char*>(map_.data()) + off;
+  unsigned char h[cdx::kHeaderSize];
+  KVD_RETURN_IF_ERROR(Fetch(off, h, sizeof h));
   def->fmt.key_len = GetLE16(h + cdx::kOffKeyLen);
   if (def->fmt.key_len == 0 || def->fmt.key_len > cdx::kMaxKeyLen)
     return KVD_CORRUPT(p, off + cdx::kOffKeyLen, "tag key length out of range");
@@ -97,7 +222,8 @@ Status CdxFile::ReadHeader(std::uint32_t off, CdxTagDef* def) {
 
 Status CdxFile::ReadDirectory() {
   const std::string& p = file_->path();
-  const unsigned char* h = reinterpret_cast<const unsigned char*>(map_.data());
+  unsigned char h[cdx::kOffKeyLen + 2];
+  KVD_RETURN_IF_ERROR(Fetch(0, h, sizeof h));
   if (GetLE16(h + cdx::kOffKeyLen) != cdx::kTagNameLen) return KVD_CORRUPT(p, cdx::kOffKeyLen, "tag directory key length is not 10");
   TagStore dir(this, 0, &kDirectoryFormat);
   CdxTree tree(dir);
@@ -123,6 +249,11 @@ Status CdxFile::ReadDirectory() {
     if (tags_[i].header == tags_[i - 1].header) return KVD_CORRUPT(p, tags_[i].header, "two tags share one header");
   stores_.clear();
   for (Tag& t : tags_) stores_.push_back(std::make_unique<TagStore>(this, t.header, &t.def.fmt));
+  // What a lock's first read brings: the counter and, when they lie near the start (as in every
+  // file this engine makes), the tag headers with their roots.
+  std::uint64_t head = cdx::kPageSize;
+  for (const Tag& t : tags_) head = std::max<std::uint64_t>(head, t.header + cdx::kPageSize);
+  head_len_ = head <= kMaxHeadLen ? static_cast<std::uint32_t>(head) : cdx::kPageSize;
   return Status::Ok();
 }
 
@@ -182,8 +313,11 @@ Status CdxFile::CreateEmpty(std::string_view path, const std::vector<CdxTagDef>&
   if (!EncodeCdxPage(dir_root, kDirectoryFormat, buf.data() + cdx::kHeaderSize))
     return Status::InvalidArgument("too many tags for one index");
   KVD_RETURN_IF_ERROR(f->file_->WriteAt(0, buf.data(), buf.size()));
-  KVD_RETURN_IF_ERROR(f->map_.Map(*f->file_, size));
-  KVD_RETURN_IF_ERROR(f->ReadDirectory());
+  f->known_size_ = size;
+  f->open_bytes_ = std::move(buf);
+  Status s = f->ReadDirectory();
+  f->open_bytes_ = std::vector<unsigned char>();
+  KVD_RETURN_IF_ERROR(s);
   for (std::size_t i = 0; i < defs.size(); ++i) {
     // The directory sorted the tags by header offset, which is the given order.
     f->tags_[i].def = defs[i];
@@ -193,37 +327,81 @@ Status CdxFile::CreateEmpty(std::string_view path, const std::vector<CdxTagDef>&
   return Status::Ok();
 }
 
-std::uint32_t CdxFile::Counter() const {
-  return GetBE32(reinterpret_cast<const unsigned char*>(map_.data()) + cdx::kOffCounter);
+std::uint32_t CdxFile::Counter() {
+  if (map_.size() != 0) return GetBE32(map_.data() + cdx::kOffCounter);
+  return kept_counter_;  // read when the lock was taken; only this opener can have moved it since
+}
+
+bool CdxFile::CounterIs(std::uint32_t counter) {
+  if (map_.size() == 0 && hold_ != Hold::kNone && counter_known_) return kept_counter_ == counter;
+  unsigned char b[4];
+  if (map_.size() == 0) {
+    // Not from the kept pages: without the lock the counter must come from the file.
+    std::size_t got = 0;
+    ++reads_;
+    if (reads_ >= kReadsBeforeMapping) {
+      if (!EnsureMapped(cdx::kOffCounter + 4).ok()) return false;
+      return GetBE32(map_.data() + cdx::kOffCounter) == counter;
+    }
+    if (!file_->ReadAt(cdx::kOffCounter, b, 4, &got).ok() || got != 4) return false;
+    return GetBE32(b) == counter;
+  }
+  return GetBE32(map_.data() + cdx::kOffCounter) == counter;
 }
 
 Status CdxFile::LockRead(int attempts, int delay_ms) {
   for (int i = 0;; ++i) {
     Status s = file_->LockRange(cdx::kLockOffset, 1, platform::LockKind::kShared, attempts < 0);
+    if (s.ok()) break;
     if (!s.IsBusy() || (attempts >= 0 && i + 1 >= std::max(1, attempts))) return s;
     platform::SleepMillis(static_cast<unsigned>(delay_ms));
   }
+  hold_ = Hold::kRead;
+  Status v = Validate();
+  if (!v.ok()) UnlockRead();
+  return v;
 }
 
-Status CdxFile::UnlockRead() { return file_->UnlockRange(cdx::kLockOffset, 1); }
+Status CdxFile::UnlockRead() {
+  hold_ = Hold::kNone;
+  return file_->UnlockRange(cdx::kLockOffset, 1);
+}
 
 Status CdxFile::BeginWrite(int attempts, int delay_ms) {
   if (read_only_) return Status::ReadOnly("index opened read only: " + file_->path());
   for (int i = 0;; ++i) {
     Status s = file_->LockRange(cdx::kLockOffset, 1, platform::LockKind::kExclusive, attempts < 0);
-    if (s.ok()) return s;
+    if (s.ok()) break;
     if (!s.IsBusy() || (attempts >= 0 && i + 1 >= std::max(1, attempts))) return s;
     platform::SleepMillis(static_cast<unsigned>(delay_ms));
   }
+  hold_ = Hold::kWrite;
+  Status v = Validate();
+  if (!v.ok()) EndWrite();
+  return v;
 }
 
 Status CdxFile::MarkChanging() {
   unsigned char b[4];
-  PutBE32(b, Counter() + 1);
-  return file_->WriteAt(cdx::kOffCounter, b, 4);
+  // Under the lock the counter is known; an index being built without it (no one else can have
+  // it open) reads it from the file.
+  std::uint32_t now = 0;
+  if (map_.size() != 0 || (hold_ != Hold::kNone && counter_known_)) {
+    now = Counter();
+  } else {
+    KVD_RETURN_IF_ERROR(Fetch(cdx::kOffCounter, b, 4));
+    now = GetBE32(b);
+  }
+  PutBE32(b, now + 1);
+  KVD_RETURN_IF_ERROR(WriteAt(cdx::kOffCounter, b, 4));
+  if (hold_ == Hold::kWrite) kept_counter_ = now + 1;  // the kept pages are this writer's own
+  return Status::Ok();
 }
 
-Status CdxFile::EndWrite() { return file_->UnlockRange(cdx::kLockOffset, 1); }
+Status CdxFile::EndWrite() {
+  hold_ = Hold::kNone;
+  return file_->UnlockRange(cdx::kLockOffset, 1);
+}
 
 Status CdxFile::ShareLock(bool exclusive) {
   return file_->ShareLock(exclusive ? platform::LockKind::kExclusive : platform::LockKind::kShared, false);
@@ -231,35 +409,35 @@ Status CdxFile::ShareLock(bool exclusive) {
 
 Status CdxFile::ReadPage(std::uint32_t off, const CdxKeyFormat& fmt, CdxPage* page) {
   if (off % cdx::kPageSize != 0 || off < cdx::kPageSize) return KVD_CORRUPT(file_->path(), off, "index page at an impossible offset");
-  KVD_RETURN_IF_ERROR(EnsureMapped(static_cast<std::uint64_t>(off) + cdx::kPageSize));
-  Status s = DecodeCdxPage(reinterpret_cast<const unsigned char*>(map_.data()) + off, off, fmt, map_.size(), file_->path(), page);
+  unsigned char b[cdx::kPageSize];
+  KVD_RETURN_IF_ERROR(Fetch(off, b, sizeof b));
+  Status s = DecodeCdxPage(b, off, fmt, known_size_, file_->path(), page);
   if (s.ok() || !s.IsCorruption()) return s;
-  // A child past the mapped end may be a page the file gained since it was mapped (by this opener
-  // or another): map the file as it is now and judge again.
-  std::uint64_t size = 0;
-  KVD_RETURN_IF_ERROR(file_->Size(&size));
-  if (size <= map_.size()) return s;
-  KVD_RETURN_IF_ERROR(map_.Map(*file_, size));
-  return DecodeCdxPage(reinterpret_cast<const unsigned char*>(map_.data()) + off, off, fmt, map_.size(), file_->path(), page);
+  // A child past the known end may be a page the file gained since (by this opener or another):
+  // ask the size now and judge again.
+  const std::uint64_t before = known_size_;
+  KVD_RETURN_IF_ERROR(RefreshSize());
+  if (known_size_ <= before) return s;
+  return DecodeCdxPage(b, off, fmt, known_size_, file_->path(), page);
 }
 
 Status CdxFile::WritePage(const CdxPage& page, const CdxKeyFormat& fmt) {
   unsigned char b[cdx::kPageSize];
   if (!EncodeCdxPage(page, fmt, b)) return Status::InvalidArgument("index page overfull");
-  return file_->WriteAt(page.offset, b, sizeof b);
+  return WriteAt(page.offset, b, sizeof b);
 }
 
 Status CdxFile::AllocPage(std::uint32_t* off) {
-  const unsigned char* h = reinterpret_cast<const unsigned char*>(map_.data());
-  const std::uint32_t head = GetLE32(h + cdx::kOffFreeList);
   unsigned char b[4];
+  KVD_RETURN_IF_ERROR(Fetch(cdx::kOffFreeList, b, 4));
+  const std::uint32_t head = GetLE32(b);
   if (head != 0 && head != cdx::kNoPage) {
-    KVD_RETURN_IF_ERROR(EnsureMapped(static_cast<std::uint64_t>(head) + cdx::kPageSize));
     if (head % cdx::kPageSize != 0 || head < cdx::kHeaderSize)
       return KVD_CORRUPT(file_->path(), cdx::kOffFreeList, "free page at an impossible offset");
-    const std::uint32_t next = GetLE32(map_.data() + head);
+    KVD_RETURN_IF_ERROR(Fetch(head, b, 4));
+    const std::uint32_t next = GetLE32(b);
     PutLE32(b, next);
-    KVD_RETURN_IF_ERROR(file_->WriteAt(cdx::kOffFreeList, b, 4));
+    KVD_RETURN_IF_ERROR(WriteAt(cdx::kOffFreeList, b, 4));
     *off = head;
     return Status::Ok();
   }
@@ -268,19 +446,20 @@ Status CdxFile::AllocPage(std::uint32_t* off) {
   const std::uint64_t at = (size + cdx::kPageSize - 1) / cdx::kPageSize * cdx::kPageSize;
   if (at + cdx::kPageSize > 0xFFFFFE00ull) return Status::NoSpace("index file full: " + file_->path());
   static const unsigned char zero[cdx::kPageSize] = {};
-  KVD_RETURN_IF_ERROR(file_->WriteAt(at, zero, sizeof zero));
+  KVD_RETURN_IF_ERROR(WriteAt(at, zero, sizeof zero));
   *off = static_cast<std::uint32_t>(at);
   return Status::Ok();
 }
 
 Status CdxFile::FreePage(std::uint32_t off) {
-  const std::uint32_t head = GetLE32(map_.data() + cdx::kOffFreeList);
+  unsigned char b[4];
+  KVD_RETURN_IF_ERROR(Fetch(cdx::kOffFreeList, b, 4));
+  const std::uint32_t head = GetLE32(b);
   unsigned char page[cdx::kPageSize] = {};
   PutLE32(page, head == cdx::kNoPage ? 0 : head);
-  KVD_RETURN_IF_ERROR(file_->WriteAt(off, page, sizeof page));
-  unsigned char b[4];
+  KVD_RETURN_IF_ERROR(WriteAt(off, page, sizeof page));
   PutLE32(b, off);
-  return file_->WriteAt(cdx::kOffFreeList, b, 4);
+  return WriteAt(cdx::kOffFreeList, b, 4);
 }
 
 Status CdxFile::BuildTag(std::size_t i, const std::vector<CdxEntry>& sorted) {
@@ -292,10 +471,7 @@ Status CdxFile::BuildTag(std::size_t i, const std::vector<CdxEntry>& sorted) {
   return tree.Build(sorted);
 }
 
-Status CdxFile::ReadRoot(std::size_t tag, std::uint32_t* root) {
-  *root = stores_[tag]->root();
-  return Status::Ok();
-}
+Status CdxFile::ReadRoot(std::size_t tag, std::uint32_t* root) { return stores_[tag]->Root(root); }
 
 Status CdxFile::WriteRoot(std::size_t tag, std::uint32_t root) { return stores_[tag]->SetRoot(root); }
 

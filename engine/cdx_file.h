@@ -1,14 +1,28 @@
 // One open compound index file: its tag directory, its pages, its lock and update counter.
 //
-// Readers and writers of several processes share the file with no cache between them:
+// Readers and writers of several processes share the file with no cache between them beyond what
+// the update counter makes safe:
 //   - a writer holds the index lock (byte 0x7FFFFFFE, exclusive) for the whole change and raises
 //     the update counter (file header offset 8, big-endian) before it changes the first page;
 //   - a reader holds the same byte shared while it descends or moves to another page;
 //   - a reader may keep a copy of one leaf and go on walking it without the lock for as long as the
-//     counter has not moved (it reads the counter from the shared mapping: no system call). The
-//     copy was taken under the lock, so it is a consistent state of the tree, and an unchanged
-//     counter says that no writer has begun since.
-// Pages are read from a shared mapping and written with pwrite.
+//     counter has not moved. The copy was taken under the lock, so it is a consistent state of the
+//     tree, and an unchanged counter says that no writer has begun since.
+//
+// How pages are read. An opener that reads only a few pages (a keyed read: open, one descent,
+// close) reads them with pread: mapping the file and unmapping it again costs more than the reads
+// (an unmapping flushes the TLB of every CPU). After kReadsBeforeMapping reads the file is mapped
+// (shared, so every process's write is seen at once) and everything is read from the mapping.
+// Until then, pages read while this opener holds the index lock are kept in a small cache, tagged
+// with the counter as it stood under that lock. Each time the lock is taken again the counter is
+// read first (the file header's first page, in the same read as the tag headers): when it moved,
+// another writer has been at work and every kept page is dropped; when it did not, no writer has
+// begun since the pages were read, and they are the file's pages now. Pages read without the lock
+// (the directory at open time) are never kept: a writer may have been half way through them.
+// Pages this opener writes itself (it holds the lock exclusively then) go into the cache as
+// written, and its own raise of the counter moves the cache's tag with it.
+//
+// Pages are written with pwrite in both modes.
 #pragma once
 
 #include <cstdint>
@@ -55,7 +69,13 @@ class CdxFile {
   // The page store of tag i, for CdxTree. Valid while this object lives.
   CdxPageStore& Store(std::size_t i);
 
-  std::uint32_t Counter() const;  // from the mapping
+  // The update counter. REQUIRES: the index lock held (LockRead or BeginWrite), or the file mapped.
+  // Costs no system call under the lock (it was read when the lock was taken) or once mapped.
+  std::uint32_t Counter();
+  // True when the counter still stands at `counter`; false too when it cannot be read. Needs no
+  // lock: a walk asks this before it goes on in its copied leaf.
+  bool CounterIs(std::uint32_t counter);
+  // The index lock shared. Reads the counter (and drops kept pages when it moved).
   Status LockRead(int attempts, int delay_ms);
   Status UnlockRead();
   // Takes the index lock exclusive. Before the first page changes, the writer raises the counter
@@ -80,14 +100,50 @@ class CdxFile {
   class TagStore;
   CdxFile() = default;
   Status ReadDirectory();
-  Status EnsureMapped(std::uint64_t end);
   Status ReadHeader(std::uint32_t offset, CdxTagDef* def);
+  // Copies n bytes at `off` (within one or two pages) from the mapping, the kept pages, the bytes
+  // read at open, or the file; see the top of this file.
+  Status Fetch(std::uint64_t off, void* out, std::size_t n);
+  // Writes through to the file and to the kept pages.
+  Status WriteAt(std::uint64_t off, const void* in, std::size_t n);
+  // Maps the file once it has been read often enough; a mapping that no longer reaches `end` is
+  // made to (kCorruption when the file is shorter).
+  Status EnsureMapped(std::uint64_t end);
+  // After the lock was taken: reads the counter with the header and tag headers (unless mapped)
+  // and drops the kept pages when it moved.
+  Status Validate();
+  // The file's size asked anew; known_size_ follows it.
+  Status RefreshSize();
+  void DropKept();
+
+
+  // A page read under the lock, or written by this opener.
+  struct KeptPage {
+    std::uint32_t offset;                      // 512-aligned
+    unsigned char bytes[cdx::kPageSize];
+  };
+  enum class Hold : unsigned char { kNone, kRead, kWrite };  // this opener's index lock
+  KeptPage* FindKept(std::uint64_t page);
+  void Keep(std::uint64_t page, const unsigned char* bytes);  // replaces a kept copy
 
   std::unique_ptr<platform::File> file_;
   platform::Mapping map_;
   std::vector<Tag> tags_;                          // in creation order
   std::vector<std::unique_ptr<TagStore>> stores_;  // one per tag
   bool read_only_ = false;
+  std::uint64_t known_size_ = 0;   // bytes the file has at least: from the open, a read, a write
+  Hold hold_ = Hold::kNone;
+  static constexpr int kReadsBeforeMapping = 24;
+  int reads_ = 0;                  // preads so far; at kReadsBeforeMapping the file is mapped
+  std::vector<KeptPage> kept_;     // at most kMaxKeptPages, in no order
+  static constexpr std::size_t kMaxKeptPages = 64;
+  std::uint32_t kept_counter_ = 0; // the counter the kept pages belong to
+  bool counter_known_ = false;     // kept_counter_ is the counter now (set under the lock)
+  std::uint32_t head_len_ = cdx::kPageSize;  // bytes from 0 that hold the file header and every
+                                             // tag header (at most kMaxHeadLen), read by Validate
+  static constexpr std::uint32_t kMaxHeadLen = 16 * 1024;
+  std::vector<unsigned char> open_bytes_;   // [0, n) read at open without the lock; open only
+  static constexpr std::size_t kOpenReadSize = 8 * 1024;
 };
 
 }  // namespace kvd::engine

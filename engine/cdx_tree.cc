@@ -34,7 +34,8 @@ int CompareEntry(const CdxEntry& a, const std::string& key, std::uint32_t recno,
 Status CdxTree::Descend(const std::string& key, std::uint32_t recno, bool high_fill, std::vector<Step>* path) {
   path->clear();
   const unsigned char pad = high_fill ? 0xFF : 0x00;
-  std::uint32_t off = store_.root();
+  std::uint32_t off = 0;
+  KVD_RETURN_IF_ERROR(store_.Root(&off));
   for (int depth = 0;; ++depth) {
     if (depth == kMaxDepth) return Corrupt("index tree deeper than any real one: a page cycle");
     Step step;
@@ -227,7 +228,9 @@ Status CdxTree::Build(const std::vector<CdxEntry>& sorted) {
 Status CdxTree::CollectPages(std::vector<std::uint32_t>* pages) {
   // Every page once: a page reached twice would be freed twice and tie the free list in a loop.
   std::unordered_set<std::uint32_t> seen;
-  std::vector<std::uint32_t> todo{store_.root()};
+  std::uint32_t root = 0;
+  KVD_RETURN_IF_ERROR(store_.Root(&root));
+  std::vector<std::uint32_t> todo{root};
   while (!todo.empty()) {
     const std::uint32_t off = todo.back();
     todo.pop_back();
@@ -242,7 +245,8 @@ Status CdxTree::CollectPages(std::vector<std::uint32_t>* pages) {
 }
 
 Status CdxTree::First(CdxPosition* pos) {
-  std::uint32_t off = store_.root();
+  std::uint32_t off = 0;
+  KVD_RETURN_IF_ERROR(store_.Root(&off));
   for (int depth = 0; depth < kMaxDepth; ++depth) {
     KVD_RETURN_IF_ERROR(store_.ReadPage(off, &pos->leaf));
     if (pos->leaf.leaf()) {
@@ -260,7 +264,8 @@ Status CdxTree::First(CdxPosition* pos) {
 }
 
 Status CdxTree::Last(CdxPosition* pos) {
-  std::uint32_t off = store_.root();
+  std::uint32_t off = 0;
+  KVD_RETURN_IF_ERROR(store_.Root(&off));
   for (int depth = 0; depth < kMaxDepth; ++depth) {
     KVD_RETURN_IF_ERROR(store_.ReadPage(off, &pos->leaf));
     if (pos->leaf.leaf()) {
@@ -347,7 +352,9 @@ Status CdxTree::CheckPage(std::uint32_t offset, const CdxEntry* bound, std::size
 
 Status CdxTree::Check(std::size_t* entries) {
   *entries = 0;
-  KVD_RETURN_IF_ERROR(CheckPage(store_.root(), nullptr, entries, 0));
+  std::uint32_t root = 0;
+  KVD_RETURN_IF_ERROR(store_.Root(&root));
+  KVD_RETURN_IF_ERROR(CheckPage(root, nullptr, entries, 0));
   // The leaf chain must hold the same entries in the same order.
   CdxPosition pos;
   KVD_RETURN_IF_ERROR(First(&pos));

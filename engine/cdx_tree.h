@@ -23,7 +23,7 @@ class CdxPageStore {
   virtual Status WritePage(const CdxPage& page) = 0;
   virtual Status AllocPage(std::uint32_t* offset) = 0;
   virtual Status FreePage(std::uint32_t offset) = 0;
-  virtual std::uint32_t root() const = 0;
+  virtual Status Root(std::uint32_t* offset) = 0;  // the root page, as the tag header says now
   virtual Status SetRoot(std::uint32_t offset) = 0;
   virtual const CdxKeyFormat& format() const = 0;
   // Pages the file holds now: no chain of distinct pages is longer, so a longer walk is a cycle.

@@ -274,7 +274,7 @@ int TagTop(DATA4St* d, bool bottom) {
 static int Step(DATA4St* d, TAG4St* t, bool forward) {
   const bool up = forward != t->descending;  // direction in key order
   CdxFile& f = *t->index->file;
-  if (t->walk_valid && t->walk.valid && t->counter == f.Counter() && t->walk.entry().recno == d->rec_no) {
+  if (t->walk_valid && t->walk.valid && t->walk.entry().recno == d->rec_no && f.CounterIs(t->counter)) {
     // Inside the copied leaf nothing needs the file.
     if (up && t->walk.index + 1 < t->walk.leaf.entries.size()) {
       ++t->walk.index;

@@ -41,7 +41,10 @@ class MemoryStore : public CdxPageStore {
     free_.push_back(off);
     return Status::Ok();
   }
-  std::uint32_t root() const override { return root_; }
+  Status Root(std::uint32_t* off) override {
+    *off = root_;
+    return Status::Ok();
+  }
   Status SetRoot(std::uint32_t off) override {
     root_ = off;
     return Status::Ok();

@@ -425,6 +425,120 @@ TEST_F(IndexTest, TwoProcessesShareTheIndex) {
   d4close(d);
 }
 
+// An open index read by a few seeks reads its pages without a mapping and keeps those it read
+// under the lock for the next seek. Another process changes the index between two seeks: a key
+// moves to another record, a new record takes the old key, and a hundred keys more split the leaf
+// the first seek kept. Every later seek must find the index as it is now.
+TEST_F(IndexTest, SeeksSeeWhatAnotherProcessChangedBetweenThem) {
+  DATA4St* d = Create(300);
+  ASSERT_NE(i4create(d, nullptr, kTags), nullptr);
+  d4close(d);  // the child must not inherit an open table
+  Channel to_parent, to_child;
+  Child child([&] {
+    Engine c;
+    c.code.lockAttempts = WAIT4EVER;
+    c.code.autoOpen = 1;
+    if (to_child.Recv() != 'G') return 1;
+    DATA4St* t = d4open(&c.code, (dir / "t").c_str());
+    if (!t || !d4tag(t, "ID")) return 2;
+    d4go(t, 150);
+    if (d4lock(t, 150) != 0) return 3;
+    f4assign(d4field(t, "ID"), "X0150");
+    if (d4unlock(t) != 0) return 4;
+    for (int i = -1; i < 100; ++i) {  // record 301 gets "ID0150", then 302.. get "ID015000".. in its leaf
+      char id[16];
+      if (i < 0) std::snprintf(id, sizeof id, "ID0150");
+      else std::snprintf(id, sizeof id, "ID0150%02d", i);
+      d4appendStart(t, 0);
+      d4blank(t);
+      f4assign(d4field(t, "ID"), id);
+      f4assign(d4field(t, "NAME"), id);
+      if (d4append(t) != 0) return 5;
+    }
+    if (d4close(t) != 0) return 6;
+    to_parent.Send('D');
+    return 0;
+  });
+  e.code.lockAttempts = WAIT4EVER;
+  e.code.autoOpen = 1;
+  d = d4open(&e.code, (dir / "t").c_str());
+  ASSERT_NE(d, nullptr);
+  d4tagSelect(d, d4tag(d, "ID"));
+  ASSERT_EQ(d4seek(d, "ID0150"), 0);
+  EXPECT_EQ(d4recNo(d), 150);
+  ASSERT_EQ(d4seek(d, "ID0151"), 0);
+  EXPECT_EQ(d4recNo(d), 151);
+  to_child.Send('G');
+  ASSERT_EQ(to_parent.Recv(), 'D');
+  EXPECT_EQ(d4seek(d, "ID0150"), 0);
+  EXPECT_EQ(d4recNo(d), 301) << "the key now belongs to the new record";
+  EXPECT_EQ(d4seek(d, "X0150"), 0);
+  EXPECT_EQ(d4recNo(d), 150);
+  EXPECT_EQ(d4seek(d, "ID015099"), 0);
+  EXPECT_EQ(d4recNo(d), 401);
+  EXPECT_EQ(d4seek(d, "ID0151"), 0);
+  EXPECT_EQ(d4recNo(d), 151);
+  EXPECT_EQ(d4seek(d, "ID015042"), 0);
+  EXPECT_EQ(d4recNo(d), 344);
+  EXPECT_EQ(child.Join(), 0);
+  for (const char* tag : {"ZNAME", "ID"}) EXPECT_EQ(Walk(d, tag), Expected(d, tag)) << tag;
+  d4close(d);
+}
+
+// Two opens in one process share a table like two processes do. A walk that goes on inside the
+// leaf it copied first asks whether the counter moved: a change through the other open between two
+// steps must be seen by the next step, and a seek after this opener's own appends finds them.
+TEST_F(IndexTest, StepsAndSeeksSeeChangesThroughAnotherOpenOfTheTable) {
+  DATA4St* w = Create(100);
+  ASSERT_NE(i4create(w, nullptr, kTags), nullptr);
+  d4unlock(w);
+  Engine other;
+  other.code.autoOpen = 1;
+  DATA4St* r = d4open(&other.code, (dir / "t").c_str());
+  ASSERT_NE(r, nullptr);
+  d4tagSelect(r, d4tag(r, "ID"));
+  ASSERT_EQ(d4seek(r, "ID0010"), 0);
+  ASSERT_EQ(d4skip(r, 1), 0);
+  EXPECT_EQ(d4recNo(r), 11);
+
+  d4tagSelect(w, nullptr);
+  d4go(w, 12);
+  ASSERT_EQ(d4lock(w, 12), 0);
+  f4assign(d4field(w, "ID"), "Z0012");
+  ASSERT_EQ(d4unlock(w), 0);
+  ASSERT_EQ(d4skip(r, 1), 0);
+  EXPECT_EQ(d4recNo(r), 13) << "record 12 left this place in the tag";
+  EXPECT_EQ(Str(d4field(r, "ID")), "ID0013");
+
+  Add(w, 101);  // "ID0101": far from here
+  d4appendStart(w, 0);
+  d4blank(w);
+  f4assign(d4field(w, "ID"), "ID00135");
+  ASSERT_EQ(d4append(w), 0);
+  ASSERT_EQ(d4unlock(w), 0);
+  ASSERT_EQ(d4skip(r, 1), 0);
+  EXPECT_EQ(d4recNo(r), 102) << "the new key right after ID0013";
+  ASSERT_EQ(d4skip(r, 1), 0);
+  EXPECT_EQ(d4recNo(r), 14);
+
+  // The reader writes too: its own changes, then seeks that must find them.
+  d4appendStart(r, 0);
+  d4blank(r);
+  f4assign(d4field(r, "ID"), "ID00105");
+  ASSERT_EQ(d4append(r), 0);
+  ASSERT_EQ(d4unlock(r), 0);
+  EXPECT_EQ(d4seek(r, "ID00105"), 0);
+  EXPECT_EQ(d4recNo(r), 103);
+  EXPECT_EQ(d4seek(r, "Z0012"), 0);
+  EXPECT_EQ(d4recNo(r), 12);
+  d4tagSelect(w, d4tag(w, "ID"));
+  EXPECT_EQ(d4seek(w, "ID00105"), 0);
+  EXPECT_EQ(d4recNo(w), 103);
+  for (const char* tag : {"ZNAME", "ID", "VAL", "TYPEID"}) EXPECT_EQ(Walk(r, tag), Expected(r, tag)) << tag;
+  d4close(r);
+  d4close(w);
+}
+
 TEST_F(IndexTest, OpenIndexFoundByFileNameInAnyCaseUntilClosed) {
   DATA4St* d = Create(3);
   INDEX4St* own = i4create(d, nullptr, kTags);
