@@ -9,6 +9,7 @@
 #include "platform/sync.h"
 
 #include <linux/futex.h>
+#include <linux/membarrier.h>
 #include <pthread.h>
 #include <sys/random.h>
 #include <sys/syscall.h>
@@ -67,6 +68,30 @@ bool FutexWait(std::atomic<std::uint32_t>* word, std::uint32_t expected, std::in
 void FutexWake(std::atomic<std::uint32_t>* word, int count, bool shared) {
   const int op = shared ? FUTEX_WAKE : (FUTEX_WAKE | FUTEX_PRIVATE_FLAG);
   ::syscall(SYS_futex, reinterpret_cast<std::uint32_t*>(word), op, count, nullptr, nullptr, 0);
+}
+
+namespace {
+
+long Membarrier(int cmd) { return ::syscall(SYS_membarrier, cmd, 0, 0); }
+
+}  // namespace
+
+bool AsymmetricFenceAvailable() {
+  static const bool available = [] {
+    const long cmds = Membarrier(MEMBARRIER_CMD_QUERY);
+    return cmds > 0 && (cmds & MEMBARRIER_CMD_PRIVATE_EXPEDITED) != 0 &&
+           Membarrier(MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED) == 0;
+  }();
+  return available;
+}
+
+void AsymmetricFence() {
+  if (Membarrier(MEMBARRIER_CMD_PRIVATE_EXPEDITED) == 0) return;
+  // A forked child starts unregistered: register and ask again; as a last resort the slow global
+  // form gives the same guarantee.
+  if (Membarrier(MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED) == 0 && Membarrier(MEMBARRIER_CMD_PRIVATE_EXPEDITED) == 0)
+    return;
+  Membarrier(MEMBARRIER_CMD_GLOBAL);
 }
 
 std::uintptr_t ThreadToken() { return static_cast<std::uintptr_t>(::pthread_self()); }

@@ -25,6 +25,19 @@ bool FutexWait(std::atomic<std::uint32_t>* word, std::uint32_t expected, std::in
 void FutexWake(std::atomic<std::uint32_t>* word, int count, bool shared);
 
 // ---------------------------------------------------------------------------------------------
+// Asymmetric fence (membarrier)
+//
+// Lets one side of a lock run with no fence at all: the rare side calls AsymmetricFence, which
+// makes every running thread of the process pass a full memory barrier before it returns. Any
+// store a thread made before that point is then visible to the caller, and any load it makes
+// after it sees what the caller stored before the call.
+
+// True when the system offers the fence to this process (asked once, then remembered).
+bool AsymmetricFenceAvailable();
+// The fence. Only meaningful when AsymmetricFenceAvailable() answered true.
+void AsymmetricFence();
+
+// ---------------------------------------------------------------------------------------------
 // Who is calling
 
 // A value that differs between the live threads of the process and is never 0 (pthread_self).

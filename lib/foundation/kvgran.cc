@@ -47,8 +47,8 @@ constexpr std::size_t kCommitUnit = 4096; // MemPrepare commits in these
 // Holds _omtx for a scope; a failure that passes releases it.
 class OmtxHold {
  public:
-  OmtxHold() { CritEnter(KvGranularity::_omtx._GetCritSection()); }
-  ~OmtxHold() { CritLeave(KvGranularity::_omtx._GetCritSection()); }
+  __attribute__((always_inline)) OmtxHold() { CritEnter(KvGranularity::_omtx._GetCritSection()); }
+  __attribute__((always_inline)) ~OmtxHold() { CritLeave(KvGranularity::_omtx._GetCritSection()); }
   OmtxHold(const OmtxHold&) = delete;
   OmtxHold& operator=(const OmtxHold&) = delete;
 };
@@ -83,7 +83,23 @@ char* ReadLink(const char* block) {
 
 void WriteLink(char* block, char* next) { std::memcpy(block, &next, sizeof next); }
 
-bool Committed(const char* pv) { return KvGranularity::_IsPointerInComittedRange(pv); }
+// Zeroes a block; the small classes with stores of a known width instead of a call.
+inline void ZeroBlock(char* block, std::uint32_t size) {
+  switch (size) {
+    case 8: std::memset(block, 0, 8); break;
+    case 16: std::memset(block, 0, 16); break;
+    case 32: std::memset(block, 0, 32); break;
+    case 64: std::memset(block, 0, 64); break;
+    case 128: std::memset(block, 0, 128); break;
+    default: std::memset(block, 0, size); break;
+  }
+}
+
+// _IsPointerInComittedRange without the call, for the hot paths (which hold _omtx and have an arena).
+inline bool Committed(const char* pv) {
+  const std::uintptr_t p = Addr(pv);
+  return p >= Addr(KvGranularity::_pvBase) + KVGRAN_HEADER_SIZE && p + 7 < Addr(KvGranularity::_poinf->_pchNextCommit);
+}
 
 // Forgets the arena of this process (after its memory went).
 void ClearProcessState() {
@@ -137,6 +153,12 @@ void Count(KvGranularity& g, KvGranularityMemoryWatcher* w, int sign) {
     inf->_cStaticBytes += bytes;
     if (w != nullptr) w->m_cStatic += sign;
   }
+}
+
+// The class of a size, or -1 (sizes of 0 and above 16 MiB have none).
+inline std::int32_t GranIndex(std::size_t size) {
+  if (size == 0 || size > (std::size_t{1} << 31)) return -1;
+  return KvGranularity::_aulNdxMap[std::bit_width(2 * size - 1)];
 }
 
 _KVMEM_STAT g_memstat = {0, 0};
@@ -206,25 +228,25 @@ _KVMEM_STAT* KvGetMemStat() { return &g_memstat; }
 // One class
 
 void* KvGranularity::Alloc(std::size_t size, KvGranularityMemoryWatcher* watcher) {
-  if (_stSize == 0) return nullptr;
+  if (_stSize == 0) [[unlikely]] return nullptr;
   OmtxHold hold;
-  if (_pchNextFree != nullptr && !Committed(_pchNextFree))
+  if (_pchNextFree != nullptr && !Committed(_pchNextFree)) [[unlikely]]
     KvGranThrow("KvGranularity::Alloc(): b4: next free pointer not in committed range");
-  if (size > _stSize) {
+  if (size > _stSize) [[unlikely]] {
     char text[160];
     std::snprintf(text, sizeof text,
                   "KvGranularity::Alloc(): Illegal attempt to\tallocate 0x%zx bytes from Granularity with 0x%x bytes",
                   size, _stSize);
     KvGranThrow(text);
   }
-  if (_pchNextFree == nullptr) MemPrepare();
+  if (_pchNextFree == nullptr) [[unlikely]] MemPrepare();
   char* block = _pchNextFree;
   char* next = ReadLink(block);
-  if (next != nullptr && !Committed(next))
+  if (next != nullptr && !Committed(next)) [[unlikely]]
     KvGranThrow("KvGranularity::Alloc(): after: next free pointer not in committed range");
   _pchNextFree = next;
   Unpoison(block, _stSize);
-  std::memset(block, 0, _stSize);
+  ZeroBlock(block, _stSize);
   Count(*this, watcher, +1);
   return block;
 }
@@ -258,7 +280,7 @@ void KvGranularity::Free(void* pv, KvGranularityMemoryWatcher* watcher) {
   if (!Committed(block)) KvGranThrow("KvGranularity::Free(): pointer not in committed range");
   if (_stSize == 0) return;
   const std::uintptr_t align = _stSize < kCarveUnit ? _stSize : kCarveUnit;
-  if (Addr(block) % align != 0) {
+  if ((Addr(block) & (align - 1)) != 0) {  // every class size is a power of two
     KvDebugLineF("KvGranularity::Free: pv=0x%" PRIxPTR " _stSize=0x%x base=0x%" PRIxPTR "\n", Addr(block), _stSize,
                  Addr(_pvBase));
     KvGranThrow("KvGranularity::Free(): pointer does not match granularity size");
@@ -402,13 +424,10 @@ void* KvGranularity::_AllocFixed(std::size_t size) {
   return block;
 }
 
-std::int32_t KvGranularity::_GetGranularityIndex(std::size_t size) {
-  if (size == 0 || size > (std::size_t{1} << 31)) return -1;
-  return _aulNdxMap[std::bit_width(2 * size - 1)];
-}
+std::int32_t KvGranularity::_GetGranularityIndex(std::size_t size) { return GranIndex(size); }
 
 void* KvGranularity::_Alloc(std::size_t size, KvGranularityMemoryWatcher* watcher) {
-  const std::int32_t i = _GetGranularityIndex(size);
+  const std::int32_t i = GranIndex(size);
   if (i < 0) {
     char text[120];
     std::snprintf(text, sizeof text, "KvGranularity::_Alloc(): no granularity holds 0x%zx bytes", size);
@@ -419,7 +438,7 @@ void* KvGranularity::_Alloc(std::size_t size, KvGranularityMemoryWatcher* watche
 }
 
 void KvGranularity::_Free(void* pv, std::size_t size, KvGranularityMemoryWatcher* watcher) {
-  const std::int32_t i = _GetGranularityIndex(size);
+  const std::int32_t i = GranIndex(size);
   if (i < 0) {
     char text[120];
     std::snprintf(text, sizeof text, "KvGranularity::_Free(): no granularity holds 0x%zx bytes", size);

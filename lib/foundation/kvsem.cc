@@ -101,6 +101,8 @@ __attribute__((destructor)) void RunExitLists() {
 
 namespace kvd::classlib {
 
+constinit thread_local char g_thread_tag __attribute__((tls_model("initial-exec"))) = 0;
+
 KvHandle MakeViewHandle(void* addr, std::size_t size) {
   KvHandle h = NewHandle(KvHandleRec::Kind::kView);
   if (h != nullptr) {

@@ -27,13 +27,17 @@ using KvHandle = KvHandleRec*;
 // Gives back a handle: unmaps a named object, forgets an event's word. False for null.
 KVCLASS_API bool KvCloseHandle(KvHandle h);
 
-// The lock word of KvMutexSem, the stand-in for a critical section: a futex word, the owning
-// thread and the depth of its nested requests. All zero is unlocked, so a static KvMutexSem is
-// ready before any constructor runs.
+// The lock word of KvMutexSem, the stand-in for a critical section: a futex word with the owning
+// thread and its depth, and a bias: the first thread to use the lock enters it with plain loads
+// and stores, until another thread comes (lib/foundation/kvsem_impl.h tells how).
+// All zero is unlocked and unbiased, so a static KvMutexSem is ready before any constructor runs.
 struct KvCritSection {
-  std::atomic<std::uint32_t> state{0};   // 0 free, 1 taken, 2 taken and someone sleeps on it
-  std::atomic<std::uintptr_t> owner{0};  // platform thread token of the holder, 0 when free
-  std::uint32_t recursion = 0;           // nested Requests of the owner; touched by it only
+  std::atomic<std::uint32_t> state{0};     // 0 free, 1 taken, 2 taken and someone sleeps on it
+  std::atomic<std::uintptr_t> owner{0};    // thread token of the holder of the word, 0 when free
+  std::uint32_t recursion = 0;             // nested Requests of that holder; touched by it only
+  std::atomic<std::uintptr_t> bias{0};     // the biased thread; 0 none yet, 1 revoked
+  std::atomic<std::uintptr_t> bias_in{0};  // the biased thread while it is inside, else 0
+  std::uint32_t bias_depth = 0;            // its nesting; touched by it only
 };
 
 // A recursive in-process mutex. Any thread may Request it, also again while it holds it; each
