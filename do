@@ -12,7 +12,7 @@ cd "$(dirname "$0")"
 # Debian packages the build, the tests and the interop checks need.
 PACKAGES=(cmake ninja-build g++ clang libclang-rt-14-dev libgtest-dev libgmock-dev
           libbenchmark-dev libsqlite3-dev python3 python3-dbfread python3-dbf
-          libdbd-xbase-perl pgdbf)
+          libdbd-xbase-perl pgdbf libmimalloc-dev)
 
 setup() {
   local missing=()
