@@ -250,15 +250,20 @@ struct _KVMEM_STAT {
 // One static record; nothing counts into it, so both fields read 0.
 KVCLASS_API _KVMEM_STAT* KvGetMemStat();
 
-// Gives a class its watcher and its class-level new and delete on the arena:
+// Gives a class its watchers and its class-level new and delete on the arena:
 //   class KvFoo { KVGRAN_DECLARE_ALLOC(KvFoo) ... };
-// The watcher has the type text of the class, the description "new" and the class's size; the
-// sized delete gives the arena the size it allocated (with a virtual destructor, the size of the
-// object's own class).
+// _GetWatcher has the type text of the class, the description "new" and the class's size;
+// _GetInternalAllocWatcher, for the buffers the class takes for itself, "InternalAlloc" and size
+// 0. The sized delete gives the arena the size it allocated (with a virtual destructor, the size
+// of the object's own class).
 #define KVGRAN_DECLARE_ALLOC(Class)                                                        \
  public:                                                                                   \
   static KvGranularityMemoryWatcher* _GetWatcher() {                                       \
     static KvGranularityMemoryWatcher s_watcher(typeid(Class), "new", sizeof(Class));      \
+    return &s_watcher;                                                                     \
+  }                                                                                        \
+  static KvGranularityMemoryWatcher* _GetInternalAllocWatcher() {                          \
+    static KvGranularityMemoryWatcher s_watcher(typeid(Class), "InternalAlloc", 0);        \
     return &s_watcher;                                                                     \
   }                                                                                        \
   static void* operator new(std::size_t cb) { return KvGranularity::_Alloc(cb, _GetWatcher()); } \

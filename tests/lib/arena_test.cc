@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdio>
 #include <cstring>
 #include <iterator>
 #include <map>
@@ -307,6 +308,10 @@ TEST(ArenaWatchers, ClassAllocationsAreChargedToTheClassWatcher) {
   delete n;
   EXPECT_EQ(w->GetAllocated() + w->GetFreed(), 0);
   KvGranularityMemoryWatcher* d = KvGranularity::_GetDefaultWatcher();
+  KvGranularityMemoryWatcher* internal = KvTestNode::_GetInternalAllocWatcher();
+  EXPECT_STREQ(internal->GetType(), w->GetType());
+  EXPECT_STREQ(internal->GetDescr(), "InternalAlloc");
+  EXPECT_EQ(internal->GetObjSize(), 0u);
   EXPECT_STREQ(d->GetType(), "KvGranularity_DefaultWatcher");
   EXPECT_STREQ(d->GetDescr(), "all");
   EXPECT_EQ(d->GetObjSize(), 0u);
@@ -337,6 +342,35 @@ TEST(ArenaWatchers, NewWatchersStandAtTheHeadAndInitTwiceChangesNothing) {
               CHILD_CHECK(KvDebugLastLine(0, line, sizeof line));
               CHILD_CHECK(std::string(line) == "KvGranularity::_poinf != NULL");
             });
+}
+
+TEST(ArenaWatchers, TheWatcherLimitIsReportedAndTheWatcherStillListed) {
+  EXPECT_CHILD_OK([] {
+    FreshArena(8 << 20);
+    static KvGranularityMemoryWatcher many[KVGRAN_NUM_WATCHERS];
+    char type[32];
+    for (int i = 0; i < KVGRAN_NUM_WATCHERS - 1; ++i) {
+      std::snprintf(type, sizeof type, "W%d", i);
+      many[i].Init(type, "new", 8);
+    }
+    CHILD_CHECK(KvGranularity::_GetWatcherCount() == KVGRAN_NUM_WATCHERS - 1);
+    const unsigned long lines = KvDebugLineCount();
+    many[KVGRAN_NUM_WATCHERS - 1].Init("Last", "new", 8);
+    CHILD_CHECK(KvGranularity::_GetWatcherCount() == KVGRAN_NUM_WATCHERS);
+    CHILD_CHECK(KvGranularityMemoryWatcher::_GetFirst() == &many[KVGRAN_NUM_WATCHERS - 1]);
+    char line[600];
+    CHILD_CHECK(KvDebugLineCount() == lines + 3);  // the GUID, the failed check, type and description
+    CHILD_CHECK(KvDebugLastLine(1, line, sizeof line));
+    CHILD_CHECK(std::string(line) == "KvGranularity::_poinf->_cWatchers < KVGRAN_NUM_WATCHERS");
+    CHILD_CHECK(KvDebugLastLine(0, line, sizeof line) && std::string(line) == "Last\nnew");
+    // a checkpoint holds every row
+    auto state = std::make_unique<KvGranularityMemoryState>();
+    void* p = KvGranularity::_Alloc(8, &many[0]);
+    state->Checkpoint();
+    CHILD_CHECK(state->m_cWatchers == KVGRAN_NUM_WATCHERS);
+    CHILD_CHECK(state->m_alAllocatedPerWatcher[KVGRAN_NUM_WATCHERS - 1] == 1);  // the oldest is last
+    KvGranularity::_Free(p, 8, &many[0]);
+  });
 }
 
 TEST(ArenaStates, DifferenceFindsTheBlockLeftAllocated) {
