@@ -34,6 +34,8 @@
 #include <cerrno>
 #include <cstdint>
 #include <limits>
+#include <memory>
+#include <mutex>
 #include <vector>
 
 #include "platform/env.h"
@@ -436,29 +438,158 @@ bool File::FileBeside(std::string_view name) const {
 // ---------------------------------------------------------------------------------------------
 // Mapping
 
-Mapping::~Mapping() {
-  if (base_ != nullptr) ::munmap(base_, static_cast<std::size_t>(reserved_));
-}
-
 namespace {
 
-// Maps `length` bytes of `file` from offset 0, shared and read-only.
-Status MapShared(const File& file, std::uint64_t length, std::byte** base) {
+// Maps `length` bytes of descriptor `fd` from offset 0, shared and read-only.
+Status MapShared(int fd, const std::string& path, std::uint64_t length, std::byte** base) {
   if (length > std::numeric_limits<std::size_t>::max())
-    return Status::InvalidArgument(Concat({"map ", file.path(), ": too large to map"}));
-  void* p = ::mmap(nullptr, static_cast<std::size_t>(length), PROT_READ, MAP_SHARED, file.fd(), 0);
-  if (p == MAP_FAILED) return Status::FromErrno(errno, "map", file.path());
+    return Status::InvalidArgument(Concat({"map ", path, ": too large to map"}));
+  void* p = ::mmap(nullptr, static_cast<std::size_t>(length), PROT_READ, MAP_SHARED, fd, 0);
+  if (p == MAP_FAILED) return Status::FromErrno(errno, "map", path);
   *base = static_cast<std::byte*>(p);
   return Status::Ok();
 }
 
+// Address space for a file of `size` bytes: room for it to double (at least 64 KiB) before it needs
+// mapping anew.
+std::uint64_t RoomFor(std::uint64_t size) { return size + std::max<std::uint64_t>(size, std::uint64_t{64} << 10); }
+
 }  // namespace
+
+struct Mapping::Pooled {
+  std::uint64_t dev = 0;         // the file's identity
+  std::uint64_t ino = 0;
+  std::byte* base = nullptr;
+  std::uint64_t reserved = 0;    // bytes of address space
+  int fd = -1;                   // our own read-only open of the file; never locked
+  int users = 0;                 // Mappings that use it now
+  bool superseded = false;       // a larger mapping of the file took its place
+  std::uint64_t idle_since = 0;  // pool tick when the last user went
+};
+
+namespace {
+
+// The pool. Lock order: its mutex is taken with no file lock in question (it guards memory only)
+// and nothing else is taken while it is held.
+class MapPool {
+ public:
+  // A mapping of `file` with at least `size` bytes of address space, for one more user. *out null
+  // when the pool cannot make one (no /proc): the caller maps on its own.
+  Status Acquire(const File& file, std::uint64_t size, Mapping::Pooled** out) {
+    *out = nullptr;
+    std::lock_guard<std::mutex> hold(mu_);
+    for (Mapping::Pooled* e : entries_) {
+      if (e->dev == file.device() && e->ino == file.inode() && !e->superseded && e->reserved >= size) {
+        ++e->users;
+        *out = e;
+        return Status::Ok();
+      }
+    }
+    // A descriptor of our own for the same inode: through /proc, not by name, so that it cannot be
+    // another file that took the name meanwhile.
+    const std::string self = "/proc/self/fd/" + std::to_string(file.fd());
+    int fd = -1;
+    for (;;) {
+      fd = Sys().open(self.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY, 0);
+      if (fd >= 0 || errno != EINTR) break;
+    }
+    if (fd < 0) return Status::Ok();
+    auto e = std::make_unique<Mapping::Pooled>();
+    e->dev = file.device();
+    e->ino = file.inode();
+    e->fd = fd;
+    e->reserved = RoomFor(size);
+    Status s = MapShared(fd, file.path(), e->reserved, &e->base);
+    if (!s.ok()) {
+      Sys().close(fd);
+      return s;
+    }
+    e->users = 1;
+    for (std::size_t i = 0; i < entries_.size();) {
+      Mapping::Pooled* old = entries_[i];
+      if (old->dev == e->dev && old->ino == e->ino) old->superseded = true;
+      if (old->superseded && old->users == 0) {
+        Drop(old);
+        entries_.erase(entries_.begin() + static_cast<std::ptrdiff_t>(i));
+      } else {
+        ++i;
+      }
+    }
+    *out = e.release();
+    entries_.push_back(*out);
+    return Status::Ok();
+  }
+
+  void Release(Mapping::Pooled* e) {
+    std::lock_guard<std::mutex> hold(mu_);
+    if (--e->users > 0) return;
+    e->idle_since = ++tick_;
+    // A file whose last name is gone (replaced by a pack, removed) is never mapped again by that
+    // identity: its pages and its disk space go now.
+    struct stat st;
+    if (e->superseded || ::fstat(e->fd, &st) != 0 || st.st_nlink == 0) {
+      Remove(e);
+      return;
+    }
+    // Idle entries beyond the limits go, the longest idle first.
+    for (;;) {
+      std::size_t idle = 0;
+      std::uint64_t idle_bytes = 0;
+      Mapping::Pooled* oldest = nullptr;
+      for (Mapping::Pooled* x : entries_) {
+        if (x->users != 0) continue;
+        ++idle;
+        idle_bytes += x->reserved;
+        if (oldest == nullptr || x->idle_since < oldest->idle_since) oldest = x;
+      }
+      if (oldest == nullptr || (idle <= kMaxIdle && idle_bytes <= kMaxIdleBytes)) return;
+      Remove(oldest);
+    }
+  }
+
+ private:
+  static constexpr std::size_t kMaxIdle = 8;
+  static constexpr std::uint64_t kMaxIdleBytes = std::uint64_t{1} << 30;
+
+  static void Drop(Mapping::Pooled* e) {
+    ::munmap(e->base, static_cast<std::size_t>(e->reserved));
+    Sys().close(e->fd);
+    delete e;
+  }
+  void Remove(Mapping::Pooled* e) {
+    entries_.erase(std::find(entries_.begin(), entries_.end(), e));
+    Drop(e);
+  }
+
+  std::mutex mu_;
+  std::vector<Mapping::Pooled*> entries_;  // owned
+  std::uint64_t tick_ = 0;
+};
+
+// Never destroyed: Mappings may still let go of their entries while the process exits.
+MapPool& Pool() {
+  static MapPool* pool = new MapPool();
+  return *pool;
+}
+
+}  // namespace
+
+Mapping::~Mapping() { Release(); }
+
+void Mapping::Release() {
+  if (pooled_ != nullptr) {
+    Pool().Release(pooled_);
+  } else if (base_ != nullptr) {
+    ::munmap(base_, static_cast<std::size_t>(reserved_));
+  }
+  pooled_ = nullptr;
+  base_ = nullptr;
+  size_ = reserved_ = 0;
+}
 
 Status Mapping::Map(const File& file, std::uint64_t size) {
   if (size == 0) {
-    if (base_ != nullptr) ::munmap(base_, static_cast<std::size_t>(reserved_));
-    base_ = nullptr;
-    size_ = reserved_ = 0;
+    Release();
     return Status::Ok();
   }
   // Pages past the end of the file raise SIGBUS when touched, so never map beyond it.
@@ -469,9 +600,9 @@ Status Mapping::Map(const File& file, std::uint64_t size) {
                                            " bytes asked, file has ", std::to_string(file_size)}));
   }
   std::byte* p = nullptr;
-  KVD_RETURN_IF_ERROR(MapShared(file, size, &p));
+  KVD_RETURN_IF_ERROR(MapShared(file.fd(), file.path(), size, &p));
   // The new mapping is in place before the old one goes, so a failure above leaves the old intact.
-  if (base_ != nullptr) ::munmap(base_, static_cast<std::size_t>(reserved_));
+  Release();
   base_ = p;
   size_ = reserved_ = size;
   return Status::Ok();
@@ -487,15 +618,25 @@ Status Mapping::Cover(const File& file, std::uint64_t end, std::uint64_t* file_s
     size_ = std::max(size_, *file_size);
     return Status::Ok();
   }
-  // Room for the file to double (at least 64 KiB) before it needs mapping anew. Address space
-  // past the end is never touched: size_ bounds every read.
-  const std::uint64_t room = std::max<std::uint64_t>(*file_size, std::uint64_t{64} << 10);
+  Pooled* e = nullptr;
+  KVD_RETURN_IF_ERROR(Pool().Acquire(file, *file_size, &e));
+  if (e != nullptr) {
+    Release();
+    pooled_ = e;
+    base_ = e->base;
+    reserved_ = e->reserved;
+    size_ = *file_size;
+    return Status::Ok();
+  }
+  // No pool: a mapping of our own, with room to grow. Address space past the end is never
+  // touched: size_ bounds every read.
+  const std::uint64_t reserve = RoomFor(*file_size);
   std::byte* p = nullptr;
-  KVD_RETURN_IF_ERROR(MapShared(file, *file_size + room, &p));
-  if (base_ != nullptr) ::munmap(base_, static_cast<std::size_t>(reserved_));
+  KVD_RETURN_IF_ERROR(MapShared(file.fd(), file.path(), reserve, &p));
+  Release();
   base_ = p;
   size_ = *file_size;
-  reserved_ = *file_size + room;
+  reserved_ = reserve;
   return Status::Ok();
 }
 

@@ -80,6 +80,8 @@ class File {
   std::uint64_t size_at_open() const { return size_at_open_; }
 
   int fd() const { return fd_; }  // for Mapping only
+  std::uint64_t device() const { return dev_; }  // the open file's identity, from the open's fstat
+  std::uint64_t inode() const { return ino_; }
 
  private:
   File(int fd, std::string path, bool writable) : fd_(fd), path_(std::move(path)), writable_(writable) {}
@@ -98,9 +100,21 @@ class File {
 // A read-only shared mapping of the first `size` bytes of a File. Because the mapping is shared, a
 // write by any process through any descriptor is seen at once; nothing is cached. The readable part
 // never reaches beyond the end of the file as it was last asked (touching a page past the end raises
-// SIGBUS). Cover follows a file that grew: the mapping keeps address space beyond the end, so that
-// most growth needs no new mapping (unmapping is dear: it flushes the TLB of every CPU).
-// Owned by the caller; must not outlive its File.
+// SIGBUS).
+//
+// Cover follows a file that grew, and is the cheap way to map: mapping a file's pages into a
+// process, page by page on first touch, and unmapping them again cost far more than reading them
+// (on some hosts several microseconds a page and a flush of every CPU's TLB). So Cover maps through
+// the process's mapping pool: one mapping per file (device and inode), with address space beyond
+// the end for the file to grow into, shared by every Mapping of that file and kept for a while
+// after the last one goes, so that the next open of the file finds its pages mapped already. A
+// pooled mapping is made through a read-only open of its own (the file's inode, reached through
+// /proc/self/fd), on which no lock is ever taken: a mapping keeps its open file description alive,
+// and with it every lock on that description, so it must never be the File's own. A pooled mapping
+// whose file has lost its last name goes when its last user does. Without /proc, Cover maps the
+// File's own descriptor, and the mapping goes with the Mapping.
+// Owned by the caller; must not outlive its File. The pool is safe for any threads; one Mapping is
+// used by one thread at a time.
 class Mapping {
  public:
   Mapping() = default;
@@ -108,20 +122,25 @@ class Mapping {
   Mapping(const Mapping&) = delete;
   Mapping& operator=(const Mapping&) = delete;
 
-  // Maps [0, size) of `file`; size 0 unmaps.
+  // Maps [0, size) of `file` with a mapping of its own (not pooled); size 0 unmaps.
   Status Map(const File& file, std::uint64_t size);
   // Makes at least [0, end) readable if the file is that long now: asks its size (one fstat, given
   // back in *file_size) and then makes the whole file readable, mapping anew only when the address
-  // space kept is too short. *covered false, and the mapping as it was, when the file is shorter.
+  // space at hand is too short. *covered false, and the mapping as it was, when the file is shorter.
   // REQUIRES: the file is not made shorter while it is mapped.
   Status Cover(const File& file, std::uint64_t end, std::uint64_t* file_size, bool* covered);
   const std::byte* data() const { return base_; }
   std::uint64_t size() const { return size_; }  // the readable bytes
 
+  struct Pooled;  // a pool entry (file.cc)
+
  private:
+  void Release();  // lets go of what is mapped now
+
   std::byte* base_ = nullptr;
   std::uint64_t size_ = 0;      // readable: at most the file's size when last asked
   std::uint64_t reserved_ = 0;  // mapped address space, size_ or more
+  Pooled* pooled_ = nullptr;    // the pool entry used, or null for a mapping of our own
 };
 
 // An exclusive lock on a directory: flock() on a descriptor of the directory itself, so no file is

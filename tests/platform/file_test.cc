@@ -392,5 +392,56 @@ TEST_F(MappingTest, CoverFollowsGrowthAndStopsAtTheEnd) {
   EXPECT_EQ(static_cast<char>(map.data()[map.size() - 1]), 'y');
 }
 
+// Cover maps through the process's pool: Mappings of one file share one mapping, and the next open
+// of the file finds it mapped still. The pool holds no lock of any File: once a File and its
+// Mapping are gone, the file can be had alone and removed at once.
+TEST_F(MappingTest, PooledMappingsAreSharedKeptAndHoldNoLock) {
+  WriteWhole(dir_ / "t.dbf", "abcdefgh");
+  std::uint64_t size = 0;
+  bool covered = false;
+  const std::byte* first = nullptr;
+  {
+    auto f = OpenOrDie(dir_ / "t.dbf", OpenMode::kReadWrite);
+    ASSERT_TRUE(f->ShareLock(LockKind::kShared, false).ok());
+    ASSERT_TRUE(f->LockRange(100, 1, LockKind::kExclusive, false).ok());
+    auto g = OpenOrDie(dir_ / "t.dbf", OpenMode::kRead);
+    Mapping a, b;
+    ASSERT_TRUE(a.Cover(*f, 8, &size, &covered).ok() && covered);
+    ASSERT_TRUE(b.Cover(*g, 8, &size, &covered).ok() && covered);
+    EXPECT_EQ(a.data(), b.data()) << "one mapping for the file";
+    first = a.data();
+  }
+  auto h = OpenOrDie(dir_ / "t.dbf", OpenMode::kReadWrite);
+  EXPECT_TRUE(h->ShareLock(LockKind::kExclusive, false).ok()) << "no open-mode lock left behind";
+  EXPECT_TRUE(h->LockRange(100, 1, LockKind::kExclusive, false).ok()) << "no range lock left behind";
+  Mapping c;
+  ASSERT_TRUE(c.Cover(*h, 8, &size, &covered).ok() && covered);
+  EXPECT_EQ(c.data(), first) << "kept after its last user went";
+  ASSERT_TRUE(h->WriteAt(0, "A", 1).ok());
+  EXPECT_EQ(std::memcmp(c.data(), "Abcdefgh", 8), 0);
+}
+
+// A file that loses its name is never met again through the pool: the file that takes the name
+// has a mapping of its own, and the old one's mapping goes with its last user.
+TEST_F(MappingTest, AReplacedFileIsNotMappedForItsSuccessor) {
+  WriteWhole(dir_ / "t.dbf", "old file");
+  auto f = OpenOrDie(dir_ / "t.dbf", OpenMode::kRead);
+  std::uint64_t size = 0;
+  bool covered = false;
+  auto a = std::make_unique<Mapping>();
+  ASSERT_TRUE(a->Cover(*f, 8, &size, &covered).ok() && covered);
+  WriteWhole(dir_ / "new.dbf", "new file");
+  ASSERT_TRUE(ReplaceFileHeld(dir_ / "new.dbf", dir_ / "t.dbf").ok());
+  auto g = OpenOrDie(dir_ / "t.dbf", OpenMode::kRead);
+  Mapping b;
+  ASSERT_TRUE(b.Cover(*g, 8, &size, &covered).ok() && covered);
+  EXPECT_EQ(std::memcmp(b.data(), "new file", 8), 0);
+  EXPECT_EQ(std::memcmp(a->data(), "old file", 8), 0) << "the old open still sees its own file";
+  a.reset();
+  f.reset();
+  const std::string maps = ReadWhole("/proc/self/maps");
+  EXPECT_EQ(maps.find(dir_ / "t.dbf (deleted)"), std::string::npos) << "the unnamed file is let go";
+}
+
 }  // namespace
 }  // namespace kvd::platform
