@@ -8,7 +8,10 @@
 // callers know and never let an exception out.
 #include "lib/system/tree.h"
 
+#include <atomic>
+#include <cstdint>
 #include <cstring>
+#include <memory>
 #include <exception>
 #include <new>
 #include <string>
@@ -131,34 +134,65 @@ Status SelectEntries(std::string_view dir, std::string_view pattern, std::vector
 struct CopyRules {
   bool subdirectories = true;         // directories are copied with everything below them
   bool skip_dot_directories = false;  // directories whose names begin with '.' are not copied
+  bool durable = true;                // each file and directory is on disk before the next step
 };
+
+// A copy that is not forced to disk: the bytes reach it with the system's writeback, as a shell's
+// copy leaves them. The file is written under a name of its own beside the target and takes the
+// target's name only when it is whole, so a failed copy never leaves half a file under that name;
+// a target that exists by then wins, and the copy fails with kExists.
+Status CopyFileUnsynced(const std::string& src, const std::string& dst) {
+  if (platform::FileExists(dst) || platform::DirectoryExists(dst)) return Status::Exists(dst + ": target exists");
+  std::unique_ptr<platform::File> in, out;
+  KVD_RETURN_IF_ERROR(platform::File::Open(src, platform::OpenMode::kRead, &in));
+  static std::atomic<unsigned> counter{0};
+  const std::string temp = std::string(platform::DirPart(dst)) + "." + std::string(platform::NamePart(dst)) +
+                           ".kvdcopy." + std::to_string(platform::ProcessId()) + "." +
+                           std::to_string(counter.fetch_add(1));
+  KVD_RETURN_IF_ERROR(platform::File::Open(temp, platform::OpenMode::kCreateExclusive, &out));
+  Status s;
+  std::vector<char> buf(std::size_t{1} << 20);
+  for (std::uint64_t offset = 0;;) {
+    std::size_t got = 0;
+    s = in->ReadAt(offset, buf.data(), buf.size(), &got);
+    if (!s.ok() || got == 0) break;
+    s = out->WriteAt(offset, buf.data(), got);
+    if (!s.ok()) break;
+    offset += got;
+  }
+  out.reset();
+  if (s.ok()) s = platform::RenameFile(temp, dst);
+  if (!s.ok()) (void)platform::RemoveFile(temp);
+  return s;
+}
 
 // The parent directory, as written, of a path without trailing separators ("" when it has none).
 std::string_view ParentOf(std::string_view path) {
   return WithoutTrailingSeparators(platform::DirPart(WithoutTrailingSeparators(path)));
 }
 
-// Makes one directory; an existing one is fine, a file of that name is not. A directory made here
-// is synced into its parent, so that a copy the caller then relies on (and prunes the source
-// after) survives a crash.
-Status MakeOneDirectory(std::string_view dir) {
+// Makes one directory; an existing one is fine, a file of that name is not. With `durable`, a
+// directory made here is synced into its parent, so that a copy the caller then relies on (and
+// prunes the source after) survives a crash.
+Status MakeOneDirectory(std::string_view dir, bool durable = true) {
   Status s = platform::MakeDirectory(dir);
   if (s.kind() == Status::Kind::kExists) {
     if (platform::DirectoryExists(dir)) return Status::Ok();
     return Status::Exists(std::string(dir) + ": exists and is not a directory");
   }
   KVD_RETURN_IF_ERROR(s);
+  if (!durable) return Status::Ok();
   std::string_view parent = ParentOf(dir);
   return platform::SyncDirectory(parent.empty() ? std::string_view(".") : parent);
 }
 
 // Makes a directory and every missing one above it.
-Status MakeDirectoryPath(std::string_view dir) {
+Status MakeDirectoryPath(std::string_view dir, bool durable) {
   dir = WithoutTrailingSeparators(dir);
   if (dir.empty() || platform::DirectoryExists(dir)) return Status::Ok();
   std::string_view parent = ParentOf(dir);
-  if (!parent.empty() && parent.size() < dir.size()) KVD_RETURN_IF_ERROR(MakeDirectoryPath(parent));
-  return MakeOneDirectory(dir);
+  if (!parent.empty() && parent.size() < dir.size()) KVD_RETURN_IF_ERROR(MakeDirectoryPath(parent, durable));
+  return MakeOneDirectory(dir, durable);
 }
 
 Status CopyDirectory(const std::string& src_dir, const std::string& dst_dir, const CopyRules& rules);
@@ -171,6 +205,7 @@ Status CopyEntry(const std::string& src, const std::string& dst, const DirEntry&
   }
   switch (e.type) {
     case EntryType::kFile:
+      if (!rules.durable) return CopyFileUnsynced(src, dst);
       return platform::CopyFile(src, dst, /*fail_if_exists=*/true);
     case EntryType::kDirectory:
       return CopyDirectory(src, dst, rules);
@@ -178,8 +213,10 @@ Status CopyEntry(const std::string& src, const std::string& dst, const DirEntry&
       // A link to a file is copied as the file, like any file. A link to a directory is copied
       // as a link: following it could loop, or copy (and, after a move, prune) a tree that lies
       // outside. A dangling link has nothing to copy but itself.
-      if (!e.link_to_directory && platform::FileExists(src)) return platform::CopyFile(src, dst, true);
+      if (!e.link_to_directory && platform::FileExists(src))
+        return rules.durable ? platform::CopyFile(src, dst, true) : CopyFileUnsynced(src, dst);
       KVD_RETURN_IF_ERROR(platform::CopyLink(src, dst));
+      if (!rules.durable) return Status::Ok();
       return platform::SyncDirectory(ParentOf(dst).empty() ? std::string_view(".") : ParentOf(dst));
     case EntryType::kOther:
       break;
@@ -195,7 +232,7 @@ Status CopyEntry(const std::string& src, const std::string& dst, const DirEntry&
 Status CopyDirectory(const std::string& src_dir, const std::string& dst_dir, const CopyRules& rules) {
   std::vector<DirEntry> entries;
   KVD_RETURN_IF_ERROR(platform::ListDirectory(src_dir, &entries));
-  KVD_RETURN_IF_ERROR(MakeOneDirectory(dst_dir));
+  KVD_RETURN_IF_ERROR(MakeOneDirectory(dst_dir, rules.durable));
   for (const DirEntry& e : entries) {
     KVD_RETURN_IF_ERROR(CopyEntry(JoinPath(src_dir, e.name), JoinPath(dst_dir, e.name), e, rules));
   }
@@ -238,8 +275,11 @@ Status CopyFiles(const std::vector<std::string_view>& sources, std::string_view 
     }
   }
 
-  KVD_RETURN_IF_ERROR(MakeDirectoryPath(into ? target : ParentOf(target)));
-  const CopyRules rules;  // everything, with all directories below
+  // Everything, with all directories below, and no file forced to disk: the sources stay, so a
+  // crash can cost the copy but never what was copied.
+  CopyRules rules;
+  rules.durable = false;
+  KVD_RETURN_IF_ERROR(MakeDirectoryPath(into ? target : ParentOf(target), rules.durable));
   for (const Item& item : items) KVD_RETURN_IF_ERROR(CopyEntry(item.src, item.dst, item.entry, rules));
   return Status::Ok();
 }

@@ -32,6 +32,9 @@
 // in the target already ends the copy with false (nothing is overwritten), and what was copied
 // before it stays. Copying a directory into itself or below itself fails before any work.
 // A symbolic link to a directory is copied as a link; a link to a file is copied as the file.
+// Each file appears under its name only when it is whole. Nothing is forced to disk: the copy
+// reaches it with the system's writeback, as a shell's copy does (the sources stay, so a crash can
+// cost the copy, never the original); KvXCopy, after which callers prune, syncs every step.
 KVCLASS_API bool KvCopyFilesEx(const char* from, const char* to, bool progress);
 
 // Deletes what the path list `from` names: with a wildcard, the matching files of that directory

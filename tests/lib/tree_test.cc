@@ -340,6 +340,23 @@ TEST_F(TreeTest, PruneRefusesTopsAndLinks) {
   EXPECT_EQ(Tree(P("Tree")), (std::set<std::string>{"Inner/", "Inner/Mapped/", "Inner/Mapped/t.dbf"}));
 }
 
+// A copy's file takes its name only when it is whole: a failed copy leaves no part of a file,
+// under the target's name or any other, and an existing file as it was.
+TEST_F(TreeTest, CopyFilesExLeavesNoPartOfAFileBehind) {
+  File("Src/a.dbf", std::string(3 << 20, 'a'));
+  File("Src/b.dbf", std::string(3 << 20, 'b'));
+  File("Src/c.dbf", "c");
+  File("Dst/b.dbf", "old");
+  EXPECT_FALSE(KvCopyFilesEx(PathList({P("Src/*.*")}).c_str(), PathList({P("Dst")}).c_str(), true));
+  EXPECT_EQ(Tree(P("Dst")), (std::set<std::string>{"a.dbf", "b.dbf"}));
+  EXPECT_EQ(ReadWhole(P("Dst/a.dbf")), std::string(3 << 20, 'a'));
+  EXPECT_EQ(ReadWhole(P("Dst/b.dbf")), "old");
+  // The same copy into a new directory takes every byte.
+  EXPECT_TRUE(KvCopyFilesEx(PathList({P("Src/*.*")}).c_str(), PathList({P("New")}).c_str(), true));
+  EXPECT_EQ(ReadWhole(P("New/b.dbf")), std::string(3 << 20, 'b'));
+  EXPECT_EQ(Tree(P("New")), (std::set<std::string>{"a.dbf", "b.dbf", "c.dbf"}));
+}
+
 // Reading a pipe would wait for a writer for ever; the copy fails instead, so a move keeps its source.
 TEST_F(TreeTest, CopiesFailOnAPipe) {
   File("Src/a.dbf");
