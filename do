@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # One door for people and CI:
-#   ./do demo    install what is missing, build, and run kvd on a demo table
+#   ./do demo    install what is missing, build, and run kvd on a demo table and a demo plant
 #   ./do test    install what is missing, build, and run every test
 #   ./do asan    the same tests under AddressSanitizer + UndefinedBehaviorSanitizer
 #   ./do fuzz    build the libFuzzer targets and fuzz each for a while (FUZZ_SECONDS, default 60)
@@ -42,10 +42,25 @@ case "${1:-}" in
     ./build/default/tools/kvd/kvd dump "$demo/PLANT.DBF"
     echo "in the order of tag DESCR:"
     ./build/default/tools/kvd/kvd dump "$demo/PLANT.DBF" --tag DESCR
-    echo; echo "a version directory written through the library's families:"
-    ./build/default/tools/kvd/kvd demo "$demo/v1/"
-    ./build/default/tools/kvd/kvd check "$demo/v1"
-    ./build/default/tools/kvd/kvd dump "$demo/v1" Dirfig ;;
+    kvd=./build/default/tools/kvd/kvd; plant="$demo/plant"
+    echo; echo "a plant with $plant as its admin directory, written through the library:"
+    $kvd demo "$plant/"
+    echo; $kvd --admin "$plant" projects
+    echo; $kvd --admin "$plant" versions WATER
+    echo; $kvd --admin "$plant" project show WATER
+    echo; $kvd --admin "$plant" version show WATER V2
+    echo; echo "the data banks of project WATER (_TABLES.DBF, read only for the library):"
+    $kvd dump "$plant/WATER/_TABLES.DBF"
+    echo; echo "version WATER/V1, its tables checked and its figures as the family reads them:"
+    $kvd check "$plant/WATER/V1"
+    $kvd dump "$plant/WATER/V1" Dirfig
+    echo; echo "what the demo made:"
+    (cd "$demo" && find plant | sort | sed 's|[^/]*/|  |g')
+    echo; echo "a copy of project BOILER, renamed, and deleted again (its emptied directory stays):"
+    $kvd --admin "$plant" project copy BOILER BOILER2 BOILER2
+    $kvd --admin "$plant" project rename BOILER2 B2COPY
+    $kvd --admin "$plant" projects
+    $kvd --admin "$plant" project delete B2COPY ;;
   test)
     setup; build default
     ctest --preset default ;;

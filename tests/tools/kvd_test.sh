@@ -154,13 +154,14 @@ PY
 
 group "families of a plant directory"
 plant="$dir/plant/"
-"$kvd" demo "$plant" >/dev/null; check "demo DIR/ writes a plant through the families" $?
-out=$("$kvd" check "$plant"); rc=$?
+"$kvd" demo "$plant" >/dev/null; check "demo DIR/ writes a plant through the library" $?
+v="$plant/WATER/V1/"  # a version directory of the demo, its tables written through the families
+out=$("$kvd" check "$v"); rc=$?
 [ $rc -eq 0 ] && grep -q '^_DIRFIG.DBF *Dirfig *in order (4 records)' <<<"$out" \
   && grep -q '^_DIRAS.DBF *DirAs *in order (4 records)' <<<"$out"; check "check: the demo's tables are in order" $?
-out=$("$kvd" dump "$plant" Dirfig)
+out=$("$kvd" dump "$v" Dirfig)
 [ "$(sed -n 2p <<<"$out" | cut -f1)" = PIPE ] && [ "$(wc -l <<<"$out")" -eq 5 ]; check "dump DIR FAMILY walks the key order" $?
-out=$("$kvd" dump "$plant" dirAS --json)
+out=$("$kvd" dump "$v" dirAS --json)
 py "$out" <<'PY'
 import json, sys
 rows = json.loads(sys.argv[1])
@@ -170,24 +171,115 @@ assert rows[0]["DESCR"].endswith(" ") and len(rows[0]["DESCR"]) == 30  # kept wi
 PY
 check "dump DIR FAMILY --json: names trimmed, access letters, description padded" $?
 # An older _DIRAS without DESCR, written by another program: reported, and left as it was.
-rm "$plant/_DIRAS.DBF" "$plant/_DIRAS.CDX"
-py "$plant/_DIRAS.DBF" <<'PY'
+rm "$v/_DIRAS.DBF" "$v/_DIRAS.CDX"
+py "$v/_DIRAS.DBF" <<'PY'
 import dbf, sys
 t = dbf.Table(sys.argv[1], "NAME C(10); ACCESS C(1); OLD C(4)", dbf_type="db3")
 t.open(dbf.READ_WRITE)
 t.append(("KEPT", "E", "x"))
 t.close()
 PY
-before=$(sha256sum <"$plant/_DIRAS.DBF")
-out=$("$kvd" check "$plant"); rc=$?
+before=$(sha256sum <"$v/_DIRAS.DBF")
+out=$("$kvd" check "$v"); rc=$?
 [ $rc -eq 3 ] && grep -q 'DirAs *differs' <<<"$out" && grep -q 'DESCR *missing, wanted C 30.0' <<<"$out" \
   && grep -q 'OLD *not in the definition' <<<"$out"; check "check reports a table of another structure, exit 3" $?
-[ "$(sha256sum <"$plant/_DIRAS.DBF")" = "$before" ]; check "check changes nothing" $?
-out=$("$kvd" dump "$plant" DirAs); check "dump through the family adapts the old table" $?
-grep -q '^KEPT' <<<"$out" && "$kvd" check "$plant" >/dev/null; check "after the adaption the table is in order" $?
-"$kvd" dump "$plant" NoSuchFamily 2>/dev/null; [ $? -eq 1 ]; check "an unknown family: exit 1" $?
+[ "$(sha256sum <"$v/_DIRAS.DBF")" = "$before" ]; check "check changes nothing" $?
+out=$("$kvd" dump "$v" DirAs); check "dump through the family adapts the old table" $?
+grep -q '^KEPT' <<<"$out" && "$kvd" check "$v" >/dev/null; check "after the adaption the table is in order" $?
+"$kvd" dump "$v" NoSuchFamily 2>/dev/null; [ $? -eq 1 ]; check "an unknown family: exit 1" $?
 "$kvd" dump "$dir/nowhere/" Dirfig 2>/dev/null; [ $? -eq 1 ]; check "a directory without the table: exit 1, nothing made" $?
 [ ! -e "$dir/nowhere" ]; check "nothing made for a missing directory" $?
+
+group "the demo plant"
+a=(--admin "$plant")
+[ -f "$plant/TELMOR.INI" ] && grep -q "^AdminPath=.*/plant/$" "$plant/TELMOR.INI"; check "demo DIR/ writes its own TELMOR.INI" $?
+out=$("$kvd" "${a[@]}" projects); rc=$?
+[ $rc -eq 0 ] && [ "$(awk 'NR > 1 { print $1 }' <<<"$out" | tr '\n' ' ')" = "BOILER WATER " ] \
+  && grep -q '^WATER *Waterworks Nordhafen *.*/plant/WATER$' <<<"$out"; check "projects: by name, with description and directory" $?
+[ "$(KVD_TELMOR_INI="$plant/TELMOR.INI" "$kvd" projects)" = "$out" ]; check "KVD_TELMOR_INI names the plant as --admin does" $?
+[ "$("$kvd" projects --admin="$plant")" = "$out" ]; check "--admin=DIR, after the command too" $?
+out=$("$kvd" "${a[@]}" versions WATER)
+[ "$(awk 'NR > 1 { print $1 }' <<<"$out" | tr '\n' ' ')" = "V1 V2 WORK " ] && grep -q '^WORK *Current engineering *S. Lang' <<<"$out"
+check "versions: name, description, editor" $?
+out=$("$kvd" "${a[@]}" project show WATER)
+grep -q '^versions     3$' <<<"$out" && grep -q '^data version 1 (current)$' <<<"$out" \
+  && grep -q '^             Operator: city utilities.$' <<<"$out"; check "project show: versions, data version, comment lines" $?
+out=$("$kvd" "${a[@]}" version show BOILER V1)
+grep -q '^editor       K. Ahrens$' <<<"$out" && grep -q '^comment      Drawings of 2016.$' <<<"$out" \
+  && grep -q '^directory    .*/plant/BOILER/V1$' <<<"$out"; check "version show: editor, comment, directory" $?
+out=$("$kvd" dump "$plant/WATER/_TABLES.DBF" --csv)
+[ "$(wc -l <<<"$out")" -eq 6 ] && grep -q ',Figures *,_DIRFIG.DBF *,F$' <<<"$out"; check "the dictionary: _TABLES.DBF of a project" $?
+out=$("$kvd" dump "$plant/BOILER/V2/X_Unit" --json)
+py "$out" <<'PY'
+import json, sys
+rows = json.loads(sys.argv[1])
+assert [r["TEXT"].strip() for r in rows][:3] == ["\u00b0C", "bar", "m\u00b3/h"], rows
+PY
+check "the text lists of a version: X_Unit.DBF" $?
+"$kvd" demo "$plant" >/dev/null 2>"$dir/err"; rc=$?
+[ $rc -eq 1 ] && grep -q 'holds a catalogue already' "$dir/err"; check "demo into a plant that is there: exit 1" $?
+
+group "projects and versions"
+err() { grep -q "$1" "$dir/err"; }
+"$kvd" "${a[@]}" project copy WATER W2 W2DIR >"$dir/out" 2>"$dir/err"; rc=$?
+[ $rc -eq 0 ] && [ ! -s "$dir/err" ] && grep -q '^project WATER copied to W2 in .*/plant/W2DIR$' "$dir/out"
+check "project copy: one line, nothing on stderr when it is no terminal" $?
+diff -r "$plant/WATER" "$plant/W2DIR" >/dev/null; check "the copy's tree is the source's" $?
+"$kvd" "${a[@]}" project show W2 | grep -q '^description  $'; check "the copy's description is blank" $?
+"$kvd" "${a[@]}" project copy WATER W2 W3DIR 2>"$dir/err"; rc=$?
+[ $rc -eq 1 ] && err 'project copy WATER to W2: status 11 (Record already exists)' && [ ! -e "$plant/W3DIR" ]
+check "copy to a name in use: status 11, exit 1, nothing made" $?
+"$kvd" "${a[@]}" project rename W2 W3 >/dev/null && "$kvd" "${a[@]}" project show W3 | grep -q '^directory    .*/W2DIR$'
+check "project rename: the name changes, the directory stays" $?
+"$kvd" "${a[@]}" project move W3 "$dir/moved" >/dev/null; rc=$?
+[ $rc -eq 0 ] && [ ! -e "$plant/W2DIR" ] && diff -r "$plant/WATER" "$dir/moved" >/dev/null \
+  && "$kvd" "${a[@]}" project show W3 | grep -q "^directory    $dir/moved$"; check "project move: tree moved, record follows" $?
+"$kvd" "${a[@]}" project move W3 "$plant/BOILER" 2>"$dir/err"; rc=$?
+[ $rc -eq 1 ] && err 'status 10 (Invalid directory)'; check "move onto another project: status 10" $?
+"$kvd" "${a[@]}" project delete W3 >"$dir/out"; rc=$?
+[ $rc -eq 0 ] && grep -q 'empty of files' "$dir/out" && [ -z "$(find "$dir/moved" -type f)" ] \
+  && [ "$("$kvd" "${a[@]}" projects | awk 'NR > 1 { print $1 }' | tr '\n' ' ')" = "BOILER WATER " ]
+check "project delete: record, versions and files go; the directory stays" $?
+"$kvd" "${a[@]}" project new ../UP UP 2>"$dir/err"; rc=$?
+[ $rc -eq 1 ] && err 'status 12 (Invalid project)'; check "a name that would leave its directory: status 12" $?
+"$kvd" "${a[@]}" project new ROOT / 2>"$dir/err"; rc=$?
+[ $rc -eq 1 ] && err 'status 10 (Invalid directory)'; check "a root as a project's directory: status 10" $?
+"$kvd" "${a[@]}" project new NEW NEW --descr 'Neu: Kläranlage' --comment $'two\nlines' >/dev/null \
+  && "$kvd" "${a[@]}" project show NEW | grep -q '^description  Neu: Kläranlage$' \
+  && [ "$(cat "$plant/NEW/komment.txt" | wc -l)" -eq 1 ]; check "project new with description (UTF-8) and comment" $?
+"$kvd" "${a[@]}" version new NEW V1 --descr first --editor me >/dev/null && [ -d "$plant/NEW/V1" ]
+check "version new makes its directory" $?
+"$kvd" "${a[@]}" version copy BOILER V1 V3 >/dev/null && diff -r "$plant/BOILER/V1" "$plant/BOILER/V3" >/dev/null
+check "version copy" $?
+"$kvd" "${a[@]}" version rename BOILER V3 V4 >/dev/null && [ -d "$plant/BOILER/V4" ] && [ ! -e "$plant/BOILER/V3" ]
+check "version rename renames its directory" $?
+out=$("$kvd" "${a[@]}" version lock BOILER V4); rc=$?
+[ $rc -eq 0 ] && grep -q 'keeps no working lock' <<<"$out"; check "version lock says what it does: nothing" $?
+"$kvd" "${a[@]}" version rename BOILER V4 V1 2>"$dir/err"; [ $? -eq 1 ] && err 'status 11'
+check "version rename to a name in use: status 11" $?
+"$kvd" "${a[@]}" version delete BOILER V4 >/dev/null && [ ! -e "$plant/BOILER/V4" ] \
+  && [ "$("$kvd" "${a[@]}" versions BOILER | awk 'NR > 1 { print $1 }' | tr '\n' ' ')" = "V1 V2 " ]
+check "version delete: record and directory go" $?
+"$kvd" "${a[@]}" version delete BOILER V9 2>"$dir/err"; [ $? -eq 1 ] && err 'status 13 (Invalid version)'
+check "an unknown version: status 13" $?
+"$kvd" "${a[@]}" versions NOSUCH 2>"$dir/err"; [ $? -eq 1 ] && err "no project 'NOSUCH' in the catalogue of"
+check "an unknown project: exit 1, naming the catalogue" $?
+"$kvd" "${a[@]}" project copy WATER 2>/dev/null; [ $? -eq 2 ]; check "project with too few words: exit 2" $?
+"$kvd" "${a[@]}" version new BOILER V5 --colour red 2>/dev/null; [ $? -eq 2 ] && [ ! -e "$plant/BOILER/V5" ]
+check "an unknown option: exit 2, nothing done" $?
+"$kvd" projects --admin 2>/dev/null; [ $? -eq 2 ]; check "--admin without a directory: exit 2" $?
+
+group "progress of long copies"
+dd if=/dev/urandom of="$plant/BOILER/V2/BULK.DBF" bs=1M count=50 status=none
+"$kvd" "${a[@]}" version copy BOILER V2 V6 >/dev/null 2>"$dir/err"
+[ $? -eq 0 ] && [ ! -s "$dir/err" ]; check "no progress when stderr is no terminal" $?
+if command -v script >/dev/null; then
+  KVD_PROGRESS_AFTER_MS=0 script -qec "'$kvd' --admin '$plant' version copy BOILER V2 V7" "$dir/typescript" >/dev/null
+  tr '\r' '\n' <"$dir/typescript" | grep -Eq '^copying +[0-9.]+ of 5[0-9]\.[0-9] MB \([0-9]+%\)'
+  check "on a terminal a long copy shows its progress" $?
+fi
+"$kvd" "${a[@]}" version delete BOILER V6 >/dev/null && "$kvd" "${a[@]}" version delete BOILER V7 >/dev/null
+check "and the copies go again" $?
 
 group "bad input"
 printf 'not a table at all, but long enough to have a header of thirty-two bytes' >"$dir/text.dbf"

@@ -16,8 +16,20 @@ int CmdDump(const Args& args);
 int CmdSeek(const Args& args);
 int CmdDemo(const Args& args);
 int CmdCheck(const Args& args);
-// kvd demo DIR/: a version directory of a small plant, written through the library's families.
+// kvd demo DIR/: a small plant with DIR as its admin directory: projects, versions, comments,
+// the dictionary, and in each version the tables WriteDemoVersion writes.
 int DemoPlant(const std::string& dir);
+// The tables of one version directory, written through the library's families (DirAs, Dirfig).
+int WriteDemoVersion(const std::string& dir, bool announce);
+
+// The catalogue: kvd projects, kvd versions PROJECT, kvd project ..., kvd version ...
+int CmdProjects(const Args& args);
+int CmdVersions(const Args& args);
+int CmdProject(const Args& args);
+int CmdVersion(const Args& args);
+// --admin DIR: the library reads its configuration again, with DIR as the admin directory. 0, or
+// the exit code after a message.
+int UseAdminDirectory(const std::string& dir);
 
 enum class Format;
 // kvd dump DIR FAMILY: the records of a family's table in a directory, as the family reads them.

@@ -174,7 +174,7 @@ int CmdCheck(const Args& args) {
   return differing || unreadable ? 3 : 0;
 }
 
-int DemoPlant(const std::string& dir_arg) {
+int WriteDemoVersion(const std::string& dir_arg, bool announce) {
   const std::string dir = AsDirectory(dir_arg);
   if (!platform::DirectoryExists(dir) && !platform::MakeDirectory(dir).ok()) {
     std::fprintf(stderr, "kvd: cannot make the directory %s\n", dir.c_str());
@@ -236,7 +236,7 @@ int DemoPlant(const std::string& dir_arg) {
     std::fprintf(stderr, "kvd: %ld writes of the demo plant failed\n", bad);
     return 1;
   }
-  std::printf("demo plant written to %s: _DIRFIG.DBF (4 figures), _DIRAS.DBF (4 access sets)\n", dir.c_str());
+  if (announce) std::printf("demo version written to %s: _DIRFIG.DBF (4 figures), _DIRAS.DBF (4 access sets)\n", dir.c_str());
   return 0;
 }
 

@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "tools/kvd/commands.h"
 
@@ -22,6 +23,22 @@ const char kUsage[] =
     "  check DIR                      every family's table in DIR against its definition; changes\n"
     "                                 nothing; exit 3 when a table differs or cannot be opened\n"
     "  demo TABLE                     write a small indexed demo table of measuring points\n"
+    "  demo DIR/                      write a small plant with DIR as its admin directory\n"
+    "\n"
+    "The catalogue of a plant (the admin directory: --admin DIR, else the configuration the\n"
+    "library reads, TELMOR.INI beside kvd or the file KVD_TELMOR_INI names):\n"
+    "  projects                       the projects, with description and directory\n"
+    "  versions PROJECT               the versions of a project\n"
+    "  project new NAME DIR [--descr TEXT] [--comment TEXT]\n"
+    "  project show NAME\n"
+    "  project copy NAME NEWNAME NEWDIR [--password TEXT]\n"
+    "  project rename NAME NEWNAME    the catalogue's name; the directory stays\n"
+    "  project move NAME NEWDIR       the tree to NEWDIR, which must not exist yet\n"
+    "  project delete NAME            versions and files go; the directory stays\n"
+    "  version new PROJECT NAME [--descr TEXT] [--editor NAME] [--comment TEXT]\n"
+    "  version show|copy|rename|lock|delete PROJECT NAME [NEWNAME]\n"
+    "                                 DIR and NEWDIR: absolute, or relative to the admin directory;\n"
+    "                                 exit 1 with the library's status when a call fails\n"
     "\n"
     "TABLE is a .DBF file; the extension may be left out and case does not matter.\n";
 
@@ -36,19 +53,51 @@ const Command kCommands[] = {
     {"seek", kvd::tool::CmdSeek},
     {"demo", kvd::tool::CmdDemo},
     {"check", kvd::tool::CmdCheck},
+    {"projects", kvd::tool::CmdProjects},
+    {"versions", kvd::tool::CmdVersions},
+    {"project", kvd::tool::CmdProject},
+    {"version", kvd::tool::CmdVersion},
 };
+
+// Takes --admin DIR (or --admin=DIR) out of the arguments, wherever it stands. False after a
+// message when it lacks its value.
+bool TakeAdmin(std::vector<std::string>* args, std::string* admin) {
+  for (std::size_t i = 0; i < args->size(); ++i) {
+    std::string& a = (*args)[i];
+    if (a.rfind("--admin=", 0) == 0) {
+      *admin = a.substr(8);
+      args->erase(args->begin() + static_cast<long>(i));
+      return true;
+    }
+    if (a == "--admin") {
+      if (i + 1 >= args->size()) {
+        std::fputs("kvd: --admin wants a directory\n", stderr);
+        return false;
+      }
+      *admin = (*args)[i + 1];
+      args->erase(args->begin() + static_cast<long>(i), args->begin() + static_cast<long>(i) + 2);
+      return true;
+    }
+  }
+  return true;
+}
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 2 || !std::strcmp(argv[1], "-h") || !std::strcmp(argv[1], "--help") || !std::strcmp(argv[1], "help")) {
-    std::fputs(kUsage, argc < 2 ? stderr : stdout);
-    return argc < 2 ? 2 : 0;
+  std::vector<std::string> args(argv + 1, argv + argc);
+  std::string admin;
+  if (!TakeAdmin(&args, &admin)) return 2;
+  if (args.empty() || args[0] == "-h" || args[0] == "--help" || args[0] == "help") {
+    std::fputs(kUsage, args.empty() ? stderr : stdout);
+    return args.empty() ? 2 : 0;
   }
+  if (!admin.empty())
+    if (int rc = kvd::tool::UseAdminDirectory(admin); rc != 0) return rc;
   for (const Command& c : kCommands) {
-    if (std::strcmp(argv[1], c.name) != 0) continue;
-    return c.run(kvd::tool::Args(argv + 2, argv + argc));
+    if (args[0] != c.name) continue;
+    return c.run(kvd::tool::Args(args.begin() + 1, args.end()));
   }
-  std::fprintf(stderr, "kvd: unknown command '%s'\n\n%s", argv[1], kUsage);
+  std::fprintf(stderr, "kvd: unknown command '%s'\n\n%s", args[0].c_str(), kUsage);
   return 2;
 }
