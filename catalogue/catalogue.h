@@ -62,7 +62,8 @@ bool IsProtectedDirectory(std::string_view dir);
 // Two directories of which one is the other or lies inside it, links followed where they exist.
 bool Overlap(std::string_view a, std::string_view b);
 
-// The blank-padded key of a catalogue name (8 characters); false for a name longer than that.
+// The blank-padded key of a catalogue name (8 characters); false for a name longer than that
+// (trailing blanks not counted).
 bool CatalogueKey(const char* name, std::string* key);
 
 // Today as "CCYYMMDD", and a stored date as "DD.MM.YY" (empty for a blank date).

@@ -330,6 +330,8 @@ long ProjektDelete(_SELECT_SD* lpSelect, char* lpProjekt) {
   const std::string dir = ProjectDirectory(t.Text("PFAD"));
   if (IsProtectedDirectory(dir) || TakenByAnother(all, dir, self)) return KVD_S_BAD_DIRECTORY;
 
+  // A project whose directory is gone has nothing left to empty: its record goes all the same,
+  // rather than stay for ever because its version list cannot be opened.
   const bool there = platform::DirectoryExists(dir);
   if (there) {
     // The versions, each emptied of files and removed when that worked. A directory that stays

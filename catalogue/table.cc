@@ -59,6 +59,7 @@ void CallTable::Close() {
 
 bool CatalogueKey(const char* name, std::string* key) {
   std::string k = name != nullptr ? name : "";
+  while (!k.empty() && k.back() == ' ') k.pop_back();  // trailing blanks are the padding anyway
   if (k.size() > 8) return false;  // no key of the catalogue: the field has 8 characters
   k.resize(8, ' ');
   *key = std::move(k);

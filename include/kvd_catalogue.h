@@ -25,8 +25,9 @@
  * Copies, moves and deletes of whole projects and versions work on many files without a lock on
  * the project: callers see to it that no one works in that project meanwhile. Other processes may
  * list and read the catalogue at any time. A list cursor gives the catalogue as it stood when the
- * cursor was opened. No call changes the process's current directory, and all calls may run on
- * several threads as long as each selection and cursor is used by one thread at a time.
+ * cursor was opened. No call changes the process's current directory, and no call keeps state of
+ * its own between calls (paths live in the call); a selection and its cursors belong to one
+ * thread at a time.
  *
  * Buffers: lpKomment is the caller's; reading needs room for KVD_KOMMENT_MAX + 1 bytes. Cursors are
  * made by their opening call and freed by their closing call.

@@ -50,7 +50,10 @@ TEST(Projekt, InsertMakesDirectoryRecordAndCommentAndReadGivesThemBack) {
   std::strcpy(r.szPrjBez, "other");
   EXPECT_EQ(ProjektInsert(plant.sel(), &r), KVD_S_EXISTS);
   EXPECT_STREQ(plant.Read("WATER").szPrjBez, "Waterworks north");
-  // Unknown: 1, with the name as given.
+  // Trailing blanks are the key's padding; unknown names give 1.
+  std::strcpy(back.szPrjName, "WATER   ");
+  EXPECT_EQ(ProjektRead(plant.sel(), &back), KVD_S_OK);
+  EXPECT_EQ(ProjektCheckDBVersion(plant.sel(), Text("WATER     ")), KVD_S_OK);
   EXPECT_EQ(ProjektCheckDBVersion(plant.sel(), Text("NONE")), KVD_S_NOT_FOUND);
   plant.Read("NONE", &st);
   EXPECT_EQ(st, KVD_S_NOT_FOUND);
