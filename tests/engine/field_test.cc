@@ -1,5 +1,9 @@
 // Field values: how numbers and texts are stored, read and converted.
 #include <cstring>
+#include <limits>
+#include <random>
+#include <string>
+#include <string_view>
 
 #include "engine/number.h"
 #include "engine_test_util.h"
@@ -124,6 +128,48 @@ TEST(Number, FormatAndParseEdges) {
   EXPECT_DOUBLE_EQ(engine::ParseDouble("+.5"), 0.5);
   EXPECT_DOUBLE_EQ(engine::ParseDouble("-"), 0.0);
   EXPECT_EQ(engine::ParseLong("-9999999999"), -2147483647 - 1);
+}
+
+// The integer rule read one byte at a time, as ParseLong documents it: leading blanks and tabs, an
+// optional sign, digits up to the first other byte, the value clamped to 32 bits.
+std::int32_t LongByTheRule(std::string_view t) {
+  std::size_t i = 0;
+  while (i < t.size() && (t[i] == ' ' || t[i] == '\t')) ++i;
+  const bool neg = i < t.size() && t[i] == '-';
+  if (i < t.size() && (t[i] == '-' || t[i] == '+')) ++i;
+  long long v = 0;
+  for (; i < t.size() && t[i] >= '0' && t[i] <= '9'; ++i) v = std::min(v * 10 + (t[i] - '0'), 1ll << 40);
+  v = neg ? -v : v;
+  return static_cast<std::int32_t>(std::clamp<long long>(v, std::numeric_limits<std::int32_t>::min(),
+                                                         std::numeric_limits<std::int32_t>::max()));
+}
+
+// ParseLong reads the usual right-aligned field eight bytes at a time; every other form, and every
+// byte string at all, must read as the byte-wise rule reads it.
+TEST(Number, ParseLongReadsEveryFieldAsTheByteWiseRule) {
+  using namespace std::string_literals;
+  const std::string cases[] = {"", " ", "        ", "       0", "      -0", "       -", "       +", "+7",
+                               "12345678", "99999999", "-9999999", "   -1234", "   +1234", "  12  34",
+                               "1234    ", "   12.50", "\t    123", "    \t123", "  1e3   ", " - 12345",
+                               "--123456", "00000042", "  00042 ", "123456789", " 123456789", "  12345678",
+                               "0000000000000000000042", "          -2147483648", "           2147483648",
+                               "-9999999999", "    \0" "123"s, "12345\xff" "78", "        12345678"};
+  for (const std::string& c : cases) EXPECT_EQ(engine::ParseLong(c), LongByTheRule(c)) << "'" << c << "'";
+  std::mt19937 rng(17);
+  const char kBytes[] = " \t+-.,0123456789eE\0x/:";
+  const std::string alphabet(kBytes, sizeof kBytes - 1);
+  for (int n = 0; n < 200000; ++n) {
+    std::string t;
+    if (rng() % 2) {
+      for (unsigned k = rng() % 14; k > 0; --k) t += alphabet[rng() % alphabet.size()];
+    } else {  // a number right-aligned in a field of 1 to 12 bytes, now and then damaged
+      const std::string num = std::to_string(static_cast<long long>(rng() % 200000000) - 100000000);
+      const std::size_t width = 1 + rng() % 12;
+      t = num.size() < width ? std::string(width - num.size(), ' ') + num : num;
+      if (rng() % 8 == 0) t[rng() % t.size()] = alphabet[rng() % alphabet.size()];
+    }
+    ASSERT_EQ(engine::ParseLong(t), LongByTheRule(t)) << "'" << t << "'";
+  }
 }
 
 }  // namespace
