@@ -1,6 +1,7 @@
 #include "engine/cdx_page.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 #include "engine/codec.h"
@@ -40,19 +41,28 @@ struct LeafKeySplit {
   unsigned dup, trail, own;
 };
 
-LeafKeySplit SplitLeafKey(const std::string* prev, const std::string& key, const CdxKeyFormat& fmt) {
+// The same, given the fill bytes the previous key ends with (`prev_trail`, from its own split): a
+// walk over a page's keys in order needs each key's trailing fill once.
+LeafKeySplit SplitAfter(const std::string* prev, unsigned prev_trail, const std::string& key, const CdxKeyFormat& fmt) {
   LeafKeySplit s;
   s.trail = TrailingFill(key, fmt.fill);
   s.dup = 0;
   if (prev != nullptr) {
     s.dup = SharedPrefix(*prev, key);
-    const unsigned prev_own_end = fmt.key_len - std::min<unsigned>(fmt.key_len, TrailingFill(*prev, fmt.fill));
+    const unsigned prev_own_end = fmt.key_len - std::min<unsigned>(fmt.key_len, prev_trail);
     s.dup = std::min(s.dup, prev_own_end);
   }
   if (s.dup + s.trail > fmt.key_len) s.dup = fmt.key_len - s.trail;
   s.own = fmt.key_len - s.dup - s.trail;
   return s;
 }
+
+LeafKeySplit SplitLeafKey(const std::string* prev, const std::string& key, const CdxKeyFormat& fmt) {
+  return SplitAfter(prev, prev != nullptr ? TrailingFill(*prev, fmt.fill) : 0, key, fmt);
+}
+
+// Most entries a leaf can hold: each takes at least one byte after the page head.
+constexpr std::size_t kMaxLeafEntries = cdx::kPageSize - cdx::kLeafHead;
 
 struct LeafWidths {
   unsigned rn, dc, tc, e;
@@ -82,9 +92,12 @@ std::size_t LeafBytes(const std::vector<CdxEntry>& entries, std::size_t first, s
                       const CdxKeyFormat& fmt) {
   std::uint32_t max_rec = 0;
   std::size_t text = 0;
+  unsigned prev_trail = 0;
   for (std::size_t i = first; i < first + count; ++i) {
     max_rec = std::max(max_rec, entries[i].recno);
-    text += SplitLeafKey(i == first ? nullptr : &entries[i - 1].key, entries[i].key, fmt).own;
+    const LeafKeySplit k = SplitAfter(i == first ? nullptr : &entries[i - 1].key, prev_trail, entries[i].key, fmt);
+    prev_trail = k.trail;
+    text += k.own;
   }
   return cdx::kLeafHead + count * ChooseWidths(max_rec, fmt.key_len).e + text;
 }
@@ -168,10 +181,20 @@ bool EncodeCdxPage(const CdxPage& page, const CdxKeyFormat& fmt, unsigned char* 
     }
     return true;
   }
-  if (LeafBytes(page.entries, 0, page.entries.size(), fmt) > cdx::kPageSize) return false;
+  // Each key's split once: first to see whether the page fits, then to write it.
+  const std::size_t n = page.entries.size();
+  if (n > kMaxLeafEntries) return false;
+  std::array<LeafKeySplit, kMaxLeafEntries> splits;
   std::uint32_t max_rec = 0;
-  for (const CdxEntry& x : page.entries) max_rec = std::max(max_rec, x.recno);
+  std::size_t text = 0;
+  for (std::size_t i = 0; i < n; ++i) {
+    const CdxEntry& x = page.entries[i];
+    max_rec = std::max(max_rec, x.recno);
+    splits[i] = SplitAfter(i == 0 ? nullptr : &page.entries[i - 1].key, i == 0 ? 0 : splits[i - 1].trail, x.key, fmt);
+    text += splits[i].own;
+  }
   const LeafWidths w = ChooseWidths(max_rec, klen);
+  if (cdx::kLeafHead + n * w.e + text > cdx::kPageSize) return false;
   out[cdx::kOffRecBits] = static_cast<unsigned char>(w.rn);
   out[cdx::kOffDupBits] = static_cast<unsigned char>(w.dc);
   out[cdx::kOffTrailBits] = static_cast<unsigned char>(w.tc);
@@ -180,9 +203,9 @@ bool EncodeCdxPage(const CdxPage& page, const CdxKeyFormat& fmt, unsigned char* 
   out[cdx::kOffDupMask] = static_cast<unsigned char>((1u << w.dc) - 1);
   out[cdx::kOffTrailMask] = static_cast<unsigned char>((1u << w.tc) - 1);
   std::size_t text_pos = cdx::kPageSize;
-  for (std::size_t i = 0; i < page.entries.size(); ++i) {
+  for (std::size_t i = 0; i < n; ++i) {
     const CdxEntry& x = page.entries[i];
-    const LeafKeySplit k = SplitLeafKey(i == 0 ? nullptr : &page.entries[i - 1].key, x.key, fmt);
+    const LeafKeySplit& k = splits[i];
     text_pos -= k.own;
     std::memcpy(out + text_pos, x.key.data() + k.dup, k.own);
     const std::uint64_t v = static_cast<std::uint64_t>(x.recno) | (static_cast<std::uint64_t>(k.dup) << w.rn) |

@@ -61,8 +61,8 @@ void FormatNumber(double value, unsigned width, unsigned dec, char* out) {
 
 void FormatInteger(long long value, unsigned width, char* out) {
   char buf[32];
-  int n = std::snprintf(buf, sizeof buf, "%lld", value);
-  FitRight(buf, static_cast<std::size_t>(n), width, out);
+  const auto res = std::to_chars(buf, buf + sizeof buf, value);  // always fits: at most 20 chars
+  FitRight(buf, static_cast<std::size_t>(res.ptr - buf), width, out);
 }
 
 double ParseDouble(std::string_view text) {
