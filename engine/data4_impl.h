@@ -128,10 +128,11 @@ int LockAllFor(DATA4St* d);
 int CloseTable(DATA4St* d);           // writes, unlocks, closes, frees; 0 or the first error
 
 // Keeping the tags current. A write of record `rec` (new_rec: appended) calls IndexPrepare before
-// the record goes to the file: it takes every index's write lock, works out which tag entries
-// change, and refuses a duplicate key in a unique tag with e4unique, leaving everything as it was.
-// After the record is written IndexCommit changes the tags and lets the locks go; IndexAbort only
-// lets them go.
+// the record goes to the file: it works out from the two records which tag entries change; when
+// any does, it takes every index's write lock and refuses a duplicate key in a unique tag with
+// e4unique, leaving everything as it was. A write that changes no tag locks no index. After the
+// record is written IndexCommit changes the tags and lets the locks go; IndexAbort only lets them
+// go.
 struct IndexPlan {
   struct Change {
     TAG4St* tag;

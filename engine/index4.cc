@@ -132,13 +132,9 @@ int Land(DATA4St* d, TAG4St* t) {
 int IndexPrepare(DATA4St* d, std::uint32_t rec, const char* old_record, const char* new_record, IndexPlan* plan) {
   plan->changes.clear();
   plan->locked.clear();
+  // What changes follows from the two records alone and reads no index: worked out before any lock.
+  // A write that changes no tag (most updates) then leaves every index alone, unlocked.
   for (auto& ix : d->indexes) {
-    Status s = ix->file->BeginWrite(d->code->lockAttempts, d->code->lockDelay);
-    if (!s.ok()) {
-      IndexAbort(plan);
-      return SetError(d->code, s.IsBusy() ? e4lock : ErrorFor(s, e4index), s);
-    }
-    plan->locked.push_back(ix.get());
     for (auto& t : ix->tags) {
       IndexPlan::Change c{t.get(), false, false, {}, {}};
       const bool was_in = old_record && InTag(t.get(), old_record, rec);
@@ -148,25 +144,38 @@ int IndexPrepare(DATA4St* d, std::uint32_t rec, const char* old_record, const ch
       if (was_in && now_in && c.old_key == c.new_key) continue;
       c.remove = was_in;
       c.insert = now_in;
-      if (c.insert && t->unique) {
-        CdxTree tree = TreeOf(t.get());
-        CdxPosition pos;
-        s = tree.LowerBound(c.new_key, 0, &pos);
-        if (!s.ok()) {
-          IndexAbort(plan);
-          return SetError(d->code, ErrorFor(s, e4index), s);
-        }
-        const bool taken = pos.valid && pos.entry().key == c.new_key && pos.entry().recno != rec;
-        if (taken && t->unique == e4unique) {
-          IndexAbort(plan);
-          return SetError(d->code, e4unique, "duplicate key in unique tag " + t->name + " of " + ix->name);
-        }
-        // Unique that goes on: the record keeps out of the tag; only the first holder of a key is in it.
-        if (taken) c.insert = false;
-      }
       if (c.remove || c.insert) plan->changes.push_back(std::move(c));
     }
   }
+  if (plan->changes.empty()) return 0;
+  // Every index is locked, in the table's order, before the unique tags are searched.
+  for (auto& ix : d->indexes) {
+    Status s = ix->file->BeginWrite(d->code->lockAttempts, d->code->lockDelay);
+    if (!s.ok()) {
+      IndexAbort(plan);
+      return SetError(d->code, s.IsBusy() ? e4lock : ErrorFor(s, e4index), s);
+    }
+    plan->locked.push_back(ix.get());
+  }
+  for (IndexPlan::Change& c : plan->changes) {
+    TAG4St* t = c.tag;
+    if (!c.insert || !t->unique) continue;
+    CdxTree tree = TreeOf(t);
+    CdxPosition pos;
+    Status s = tree.LowerBound(c.new_key, 0, &pos);
+    if (!s.ok()) {
+      IndexAbort(plan);
+      return SetError(d->code, ErrorFor(s, e4index), s);
+    }
+    const bool taken = pos.valid && pos.entry().key == c.new_key && pos.entry().recno != rec;
+    if (taken && t->unique == e4unique) {
+      IndexAbort(plan);
+      return SetError(d->code, e4unique, "duplicate key in unique tag " + t->name + " of " + t->index->name);
+    }
+    // Unique that goes on: the record keeps out of the tag; only the first holder of a key is in it.
+    if (taken) c.insert = false;
+  }
+  std::erase_if(plan->changes, [](const IndexPlan::Change& c) { return !c.remove && !c.insert; });
   return 0;
 }
 

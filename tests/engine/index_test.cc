@@ -4,8 +4,10 @@
 #include <random>
 #include <set>
 
+#include "engine/cdx_format.h"
 #include "engine/codec.h"
 #include "engine_test_util.h"
+#include "platform/file.h"
 
 namespace kvd::test {
 namespace {
@@ -163,6 +165,34 @@ TEST_F(IndexTest, UniqueTagsRefuseOrLeaveOutDuplicates) {
   EXPECT_EQ(t4unique(d4tag(d, "TYPE")), r4uniqueContinue);
   Add(d, 10);
   EXPECT_EQ(d4recCount(d), 7);
+  d4close(d);
+}
+
+// A write that changes no key leaves the index alone: it needs no index lock and raises no
+// counter, so it goes through while another opener holds the index; a write that moves a key
+// needs the lock and says so.
+TEST_F(IndexTest, WritesThatChangeNoKeyLeaveTheIndexAlone) {
+  DATA4St* d = Create(5);
+  ASSERT_NE(i4create(d, nullptr, kTags), nullptr);
+  d4unlock(d);
+  const auto index = ReadAll(dir / "t.CDX");
+  std::unique_ptr<platform::File> other;
+  ASSERT_TRUE(platform::File::Open(dir / "t.CDX", platform::OpenMode::kReadWrite, &other).ok());
+  ASSERT_TRUE(other->LockRange(engine::cdx::kLockOffset, 1, platform::LockKind::kExclusive, false).ok());
+  d4tagSelect(d, nullptr);
+  d4go(d, 3);
+  ASSERT_EQ(d4lock(d, 3), 0);
+  f4assignDouble(d4field(d, "VALUE"), (3 % 7) * 10.5 - 30);  // the value it has: no key moves
+  f4assign(d4field(d, "TYPE"), "B");  // was A; TYPE is in TYPEID's key
+  EXPECT_EQ(d4flush(d), e4lock) << "a key moves: the index lock is needed";
+  d4changed(d, 0);
+  error4set(&e.code, 0);
+  d4go(d, 3);
+  f4assign(d4field(d, "NAME"), Str(d4field(d, "NAME")).c_str());  // ZNAME's key stays
+  EXPECT_EQ(d4flush(d), 0) << error4lastDetail(&e.code);
+  EXPECT_EQ(ReadAll(dir / "t.CDX"), index) << "not even the counter moved";
+  other.reset();
+  for (const char* tag : {"ZNAME", "ID", "VAL", "TYPEID"}) EXPECT_EQ(Walk(d, tag), Expected(d, tag)) << tag;
   d4close(d);
 }
 
