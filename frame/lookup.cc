@@ -3,6 +3,7 @@
 
 #include <cstring>
 #include <string>
+#include <string_view>
 
 #include "frame/kernel.h"
 #include "frame/session.h"
@@ -67,6 +68,10 @@ long VersionGetPath(_SELECT_SD* lpSelect, char* lpVersion, char* lpVersionPath) 
   std::snprintf(name, sizeof name, "%s", lpVersion);
   KvLTrim(KvRTrim(name));
   if (name[0] == '\0') return KVD_S_BAD_PROJECT;  // an empty name is refused as the project's is
+  // A version is a directory of its project: a name that would lead elsewhere (a separator, a
+  // drive colon, "." or "..") names no version.
+  const std::string_view n(name);
+  if (n == "." || n == ".." || n.find_first_of("\\/:") != std::string_view::npos) return KVD_S_BAD_VERSION;
   std::string path = std::string(lpSelect->szProjektPath) + name;
   if (path.size() > KVD_PATH_MAX - 2) path.resize(KVD_PATH_MAX - 2);
   std::memcpy(lpVersionPath, path.c_str(), path.size() + 1);

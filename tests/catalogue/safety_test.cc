@@ -47,6 +47,20 @@ TEST(Safety, NamesThatWouldLeaveTheirDirectoryAreRefused) {
   EXPECT_EQ(plant.Projects(), (std::vector<std::string>{"P=", "Q="}));
 }
 
+TEST(Safety, ASelectionNeverReachesOutOfItsProject) {
+  CataloguePlant plant;
+  ASSERT_EQ(plant.AddProject("P", "P"), KVD_S_OK);
+  for (const char* bad : {"..", ".", "../P", "V1/..", "a\\b", "C:"}) {
+    SCOPED_TRACE(bad);
+    EXPECT_EQ(Select("P", bad, 'T'), nullptr);
+    char path[KVD_PATH_MAX] = {};
+    EXPECT_EQ(VersionGetPath(plant.sel(), Text(bad), path), KVD_S_BAD_VERSION);
+  }
+  Selection v(Select("P", " V1 ", 'T'));
+  ASSERT_NE(v.get(), nullptr);
+  EXPECT_EQ(Host(v->szVersionPath), plant.admin() + "P/V1/");
+}
+
 TEST(Safety, NoProjectIsGivenARootTheAdminDirectoryOrAParentOfIt) {
   CataloguePlant plant;
   ASSERT_EQ(plant.AddProject("P", "P"), KVD_S_OK);
