@@ -180,13 +180,20 @@ Status CdxFile::Open(std::string_view path, bool read_only, bool exclusive, std:
                                            &f->file_));
   KVD_RETURN_IF_ERROR(f->file_->ShareLock(exclusive ? platform::LockKind::kExclusive : platform::LockKind::kShared, false));
   f->known_size_ = f->file_->size_at_open();
-  // The header, the directory and mostly every tag header in one read; what lies further is read
-  // page by page. Nothing of it is kept: it was read without the lock.
-  f->open_bytes_.resize(kOpenReadSize);
-  std::size_t got = 0;
-  ++f->reads_;
-  KVD_RETURN_IF_ERROR(f->file_->ReadAt(0, f->open_bytes_.data(), f->open_bytes_.size(), &got));
-  f->open_bytes_.resize(got);
+  // A mapping of the file that this process keeps already serves every read at no cost.
+  // Otherwise the header, the directory and mostly every tag header come in one read; what lies
+  // further is read page by page. Nothing of it is kept: it was read without the lock.
+  std::uint64_t got = 0;
+  if (f->map_.AdoptPooled(*f->file_)) {
+    got = f->map_.size();
+  } else {
+    f->open_bytes_.resize(kOpenReadSize);
+    std::size_t n = 0;
+    ++f->reads_;
+    KVD_RETURN_IF_ERROR(f->file_->ReadAt(0, f->open_bytes_.data(), f->open_bytes_.size(), &n));
+    f->open_bytes_.resize(n);
+    got = n;
+  }
   f->known_size_ = std::max<std::uint64_t>(f->known_size_, got);
   if (got < cdx::kHeaderSize + cdx::kPageSize) return KVD_CORRUPT(f->file_->path(), 0, "index file shorter than its header and directory");
   Status s = f->ReadDirectory();

@@ -12,7 +12,9 @@
 // How pages are read. An opener that reads only a few pages (a keyed read: open, one descent,
 // close) reads them with pread: mapping the file and unmapping it again costs more than the reads
 // (an unmapping flushes the TLB of every CPU). After kReadsBeforeMapping reads the file is mapped
-// (shared, so every process's write is seen at once) and everything is read from the mapping.
+// (shared, so every process's write is seen at once) and everything is read from the mapping. The
+// mapping stays in the process's pool (platform::Mapping) after the opener goes; an opener that
+// finds it there at open reads everything through it from the start.
 // Until then, pages read while this opener holds the index lock are kept in a small cache, tagged
 // with the counter as it stood under that lock. Each time the lock is taken again the counter is
 // read first (the file header's first page, in the same read as the tag headers): when it moved,

@@ -2,7 +2,7 @@
 //
 // Reads go through a shared mapping of the file, so a record another process wrote is what the
 // next read returns, without a system call per record (an opener that reads only a few times uses
-// pread instead: see Fetch). Writes go through pwrite into the same page cache. The record count is
+// pread instead, unless the process keeps a mapping of the file already: see Fetch and Open). Writes go through pwrite into the same page cache. The record count is
 // read from the header on every call that asks for it. Nothing about the file's contents is cached
 // except the field layout, which no opener may change while the file is open (changing it needs
 // the file alone), and a lower bound of the count (known_count_), since the count only grows while

@@ -477,14 +477,8 @@ class MapPool {
   // when the pool cannot make one (no /proc): the caller maps on its own.
   Status Acquire(const File& file, std::uint64_t size, Mapping::Pooled** out) {
     *out = nullptr;
+    if ((*out = Find(file, size)) != nullptr) return Status::Ok();
     std::lock_guard<std::mutex> hold(mu_);
-    for (Mapping::Pooled* e : entries_) {
-      if (e->dev == file.device() && e->ino == file.inode() && !e->superseded && e->reserved >= size) {
-        ++e->users;
-        *out = e;
-        return Status::Ok();
-      }
-    }
     // A descriptor of our own for the same inode: through /proc, not by name, so that it cannot be
     // another file that took the name meanwhile.
     const std::string self = "/proc/self/fd/" + std::to_string(file.fd());
@@ -518,6 +512,19 @@ class MapPool {
     *out = e.release();
     entries_.push_back(*out);
     return Status::Ok();
+  }
+
+  // The pool's mapping of `file` with at least `size` bytes of address space, for one more user;
+  // null when there is none.
+  Mapping::Pooled* Find(const File& file, std::uint64_t size) {
+    std::lock_guard<std::mutex> hold(mu_);
+    for (Mapping::Pooled* e : entries_) {
+      if (e->dev == file.device() && e->ino == file.inode() && !e->superseded && e->reserved >= size) {
+        ++e->users;
+        return e;
+      }
+    }
+    return nullptr;
   }
 
   void Release(Mapping::Pooled* e) {
@@ -606,6 +613,19 @@ Status Mapping::Map(const File& file, std::uint64_t size) {
   base_ = p;
   size_ = reserved_ = size;
   return Status::Ok();
+}
+
+bool Mapping::AdoptPooled(const File& file) {
+  const std::uint64_t size = file.size_at_open();
+  if (size == 0 || size <= size_) return false;
+  Pooled* e = Pool().Find(file, size);
+  if (e == nullptr) return false;
+  Release();
+  pooled_ = e;
+  base_ = e->base;
+  reserved_ = e->reserved;
+  size_ = size;  // the file was that long when opened, and files do not shrink while mapped
+  return true;
 }
 
 Status Mapping::Cover(const File& file, std::uint64_t end, std::uint64_t* file_size, bool* covered) {

@@ -129,6 +129,11 @@ class Mapping {
   // space at hand is too short. *covered false, and the mapping as it was, when the file is shorter.
   // REQUIRES: the file is not made shorter while it is mapped.
   Status Cover(const File& file, std::uint64_t end, std::uint64_t* file_size, bool* covered);
+  // Takes the pool's mapping of `file` when the pool holds one that reaches the size the open
+  // found, and makes that much readable: no system call. False, and nothing changed, when it holds
+  // none (an opener that reads only a few bytes then reads them without a mapping: making one
+  // costs more than a few reads).
+  bool AdoptPooled(const File& file);
   const std::byte* data() const { return base_; }
   std::uint64_t size() const { return size_; }  // the readable bytes
 

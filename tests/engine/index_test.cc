@@ -1,5 +1,6 @@
 // Compound indexes in a table's life: order, seeks, filters, unique tags, maintenance, damage.
 #include <algorithm>
+#include <atomic>
 #include <map>
 #include <random>
 #include <set>
@@ -8,6 +9,7 @@
 #include "engine/codec.h"
 #include "engine_test_util.h"
 #include "platform/file.h"
+#include "platform/sys.h"
 
 namespace kvd::test {
 namespace {
@@ -510,6 +512,60 @@ TEST_F(IndexTest, SeeksSeeWhatAnotherProcessChangedBetweenThem) {
   EXPECT_EQ(d4recNo(d), 151);
   EXPECT_EQ(d4seek(d, "ID015042"), 0);
   EXPECT_EQ(d4recNo(d), 344);
+  EXPECT_EQ(child.Join(), 0);
+  for (const char* tag : {"ZNAME", "ID"}) EXPECT_EQ(Walk(d, tag), Expected(d, tag)) << tag;
+  d4close(d);
+}
+
+// A table and index this process has mapped once (a walk through them) are read through the kept
+// mapping by every later open: not one pread. The mapping is shared, so what another process
+// changes between two seeks is what the next seek finds.
+TEST_F(IndexTest, LaterOpensReadThroughTheKeptMappingAndSeeOtherProcesses) {
+  DATA4St* d = Create(300);
+  ASSERT_NE(i4create(d, nullptr, kTags), nullptr);
+  d4close(d);
+  e.code.autoOpen = 1;
+  e.code.lockAttempts = WAIT4EVER;
+  d = d4open(&e.code, (dir / "t").c_str());
+  ASSERT_NE(d, nullptr);
+  EXPECT_EQ(Walk(d, "ID").size(), 300u);  // maps both files
+  d4close(d);
+
+  static std::atomic<int> preads{0};
+  Channel to_parent, to_child;
+  Child child([&] {
+    Engine c;
+    c.code.lockAttempts = WAIT4EVER;
+    c.code.autoOpen = 1;
+    if (to_child.Recv() != 'G') return 1;
+    DATA4St* t = d4open(&c.code, (dir / "t").c_str());
+    if (!t) return 2;
+    d4go(t, 20);
+    if (d4lock(t, 20) != 0) return 3;
+    f4assign(d4field(t, "ID"), "A0020");
+    f4assign(d4field(t, "NAME"), "moved");
+    if (d4close(t) != 0) return 4;
+    to_parent.Send('D');
+    return 0;
+  });
+  {
+    platform::SysCallsOverride keep;
+    static platform::SysCalls real = platform::Sys();
+    platform::Sys().pread = [](int fd, void* b, size_t n, off_t o) { return ++preads, real.pread(fd, b, n, o); };
+    d = d4open(&e.code, (dir / "t").c_str());
+    ASSERT_NE(d, nullptr);
+    d4tagSelect(d, d4tag(d, "ID"));
+    ASSERT_EQ(d4seek(d, "ID0020"), 0);
+    EXPECT_EQ(d4recNo(d), 20);
+    EXPECT_EQ(preads, 0) << "open, seek and record all through the kept mapping";
+    to_child.Send('G');
+    ASSERT_EQ(to_parent.Recv(), 'D');
+    EXPECT_EQ(d4seek(d, "A0020"), 0);
+    EXPECT_EQ(d4recNo(d), 20);
+    EXPECT_EQ(Str(d4field(d, "NAME")), "moved");
+    EXPECT_EQ(d4seek(d, "ID0020"), r4after) << "the old key is gone";
+    EXPECT_EQ(preads, 0);
+  }
   EXPECT_EQ(child.Join(), 0);
   for (const char* tag : {"ZNAME", "ID"}) EXPECT_EQ(Walk(d, tag), Expected(d, tag)) << tag;
   d4close(d);
