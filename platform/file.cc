@@ -518,6 +518,7 @@ class MapPool {
   // null when there is none.
   Mapping::Pooled* Find(const File& file, std::uint64_t size) {
     std::lock_guard<std::mutex> hold(mu_);
+    SweepIdle();
     for (Mapping::Pooled* e : entries_) {
       if (e->dev == file.device() && e->ino == file.inode() && !e->superseded && e->reserved >= size) {
         ++e->users;
@@ -538,6 +539,7 @@ class MapPool {
       Remove(e);
       return;
     }
+    SweepIdle();
     // Idle entries beyond the limits go, the longest idle first.
     for (;;) {
       std::size_t idle = 0;
@@ -557,6 +559,26 @@ class MapPool {
  private:
   static constexpr std::size_t kMaxIdle = 8;
   static constexpr std::uint64_t kMaxIdleBytes = std::uint64_t{1} << 30;
+  static constexpr std::uint64_t kSweepEveryMs = 1000;
+
+  // Idle entries whose file has lost its last name since (another process replaced or removed
+  // it) go, so that their disk space goes too: looked for at most once a second, at any call.
+  // REQUIRES: mu_ held.
+  void SweepIdle() {
+    const std::uint64_t now = MonotonicMillis();
+    if (now - last_sweep_ms_ < kSweepEveryMs) return;
+    last_sweep_ms_ = now;
+    for (std::size_t i = 0; i < entries_.size();) {
+      Mapping::Pooled* x = entries_[i];
+      struct stat st;
+      if (x->users == 0 && (::fstat(x->fd, &st) != 0 || st.st_nlink == 0)) {
+        entries_.erase(entries_.begin() + static_cast<std::ptrdiff_t>(i));
+        Drop(x);
+      } else {
+        ++i;
+      }
+    }
+  }
 
   static void Drop(Mapping::Pooled* e) {
     ::munmap(e->base, static_cast<std::size_t>(e->reserved));
@@ -571,6 +593,7 @@ class MapPool {
   std::mutex mu_;
   std::vector<Mapping::Pooled*> entries_;  // owned
   std::uint64_t tick_ = 0;
+  std::uint64_t last_sweep_ms_ = 0;  // MonotonicMillis of the last SweepIdle
 };
 
 // Never destroyed: Mappings may still let go of their entries while the process exits.

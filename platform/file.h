@@ -111,8 +111,9 @@ class File {
 // pooled mapping is made through a read-only open of its own (the file's inode, reached through
 // /proc/self/fd), on which no lock is ever taken: a mapping keeps its open file description alive,
 // and with it every lock on that description, so it must never be the File's own. A pooled mapping
-// whose file has lost its last name goes when its last user does. Without /proc, Cover maps the
-// File's own descriptor, and the mapping goes with the Mapping.
+// whose file has lost its last name goes when its last user does, or, when the name went later
+// (another process replaced the file), at the pool's next call a second or more after its last
+// look. Without /proc, Cover maps the File's own descriptor, and the mapping goes with the Mapping.
 // Owned by the caller; must not outlive its File. The pool is safe for any threads; one Mapping is
 // used by one thread at a time.
 class Mapping {

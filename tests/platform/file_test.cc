@@ -443,5 +443,28 @@ TEST_F(MappingTest, AReplacedFileIsNotMappedForItsSuccessor) {
   EXPECT_EQ(maps.find(dir_ / "t.dbf (deleted)"), std::string::npos) << "the unnamed file is let go";
 }
 
+// An idle pooled mapping whose file loses its name to another file afterwards (another process
+// packs the table) does not hold the old file for ever: the pool's next call a second later lets it
+// go.
+TEST_F(MappingTest, AnIdleMappingGoesSoonAfterItsFileLostItsName) {
+  WriteWhole(dir_ / "t.dbf", "old file");
+  std::uint64_t size = 0;
+  bool covered = false;
+  {
+    auto f = OpenOrDie(dir_ / "t.dbf", OpenMode::kRead);
+    Mapping a;
+    ASSERT_TRUE(a.Cover(*f, 8, &size, &covered).ok() && covered);
+  }
+  WriteWhole(dir_ / "new.dbf", "new file");
+  fs::rename(dir_ / "new.dbf", dir_ / "t.dbf");
+  SleepMillis(1100);
+  WriteWhole(dir_ / "other.dbf", "another");
+  auto g = OpenOrDie(dir_ / "other.dbf", OpenMode::kRead);
+  Mapping b;
+  ASSERT_TRUE(b.Cover(*g, 7, &size, &covered).ok() && covered);
+  const std::string maps = ReadWhole("/proc/self/maps");
+  EXPECT_EQ(maps.find(dir_ / "t.dbf (deleted)"), std::string::npos) << "the old file is let go";
+}
+
 }  // namespace
 }  // namespace kvd::platform
