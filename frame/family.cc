@@ -38,9 +38,9 @@ std::string Trimmed(const std::string& text) {
 // column's width and the terminator). False when the name cannot be a key of this table: a name
 // longer than the key column matches no record.
 bool MakeKey(const Family& f, const char* name, std::string* key) {
-  const unsigned width = f.column(f.spec().key_column).len;
+  const unsigned width = f.column(f.def().key_column).len;
   std::string k = name != nullptr ? name : "";
-  switch (f.spec().key_rule) {
+  switch (f.def().key_rule) {
     case KeyRule::kTrim: k = Trimmed(k); break;
     case KeyRule::kPadUpper:
       // The letters the engine's upper() changes, and only those, so that the key is the tag's.
@@ -50,7 +50,7 @@ bool MakeKey(const Family& f, const char* name, std::string* key) {
     case KeyRule::kPad: break;
   }
   if (k.size() > width) return false;
-  if (f.spec().key_rule != KeyRule::kTrim) k.resize(width, ' ');
+  if (f.def().key_rule != KeyRule::kTrim) k.resize(width, ' ');
   *key = std::move(k);
   return true;
 }
@@ -58,20 +58,20 @@ bool MakeKey(const Family& f, const char* name, std::string* key) {
 // The key member of a record as a terminated text (the caller may have filled the member to the
 // last byte).
 std::string KeyOf(const Family& f, const void* rec) {
-  const Column& c = f.column(f.spec().key_column);
+  const Column& c = f.column(f.def().key_column);
   const char* m = Member(rec, c);
   return std::string(m, strnlen(m, c.size));
 }
 
 void SelectKeyTag(const Family& f, DATA4St* db) {
-  if (f.spec().key_tag != nullptr) d4tagSelect(db, d4tag(db, f.spec().key_tag));
+  if (f.def().key_tag != nullptr) d4tagSelect(db, d4tag(db, f.def().key_tag));
 }
 
 // The table's index, unless it has none (then null, and that is no failure).
 bool OpenFamilyIndex(const Family& f, _SELECT_SD* s, DATA4St* db, INDEX4St** index) {
   *index = nullptr;
-  if (f.spec().index_name == nullptr) return true;
-  *index = OpenIndex(s, f.Path(s), f.spec().index_name, db, f.spec().tags);
+  if (f.def().index_name == nullptr) return true;
+  *index = OpenIndex(s, f.Path(s), f.def().index_name, db, f.def().tags);
   return *index != nullptr;
 }
 
@@ -79,7 +79,7 @@ bool OpenFamilyIndex(const Family& f, _SELECT_SD* s, DATA4St* db, INDEX4St** ind
 class OpenCall {
  public:
   OpenCall(const Family& f, _SELECT_SD* s, int access) {
-    db_ = OpenTable(s, f.Path(s), f.spec().db_name, f.fields(), access);
+    db_ = OpenTable(s, f.Path(s), f.def().db_name, f.fields(), access);
     if (db_ == nullptr) {
       status_ = KVD_S_OPEN_TABLE;
       return;
@@ -103,9 +103,9 @@ class OpenCall {
   long status_ = KVD_S_OK;
 };
 
-char AccessLetter(const Family& f, const void* rec) { return *Member(rec, f.column(f.spec().access_column)); }
+char AccessLetter(const Family& f, const void* rec) { return *Member(rec, f.column(f.def().access_column)); }
 void SetAccessLetter(const Family& f, void* rec, char letter) {
-  *Member(rec, f.column(f.spec().access_column)) = letter;
+  *Member(rec, f.column(f.def().access_column)) = letter;
 }
 bool InSet(const char* set, char letter) { return letter != '\0' && std::strchr(set, letter) != nullptr; }
 
@@ -121,7 +121,7 @@ long OpenCursorTables(const Family& f, _SELECT_SD* s, _CURSOR_SD** out, int acce
   _CURSOR_SD* c = NewCursor();
   *out = c;
   if (c == nullptr) return KVD_S_NO_MEMORY;
-  c->lpDb = OpenTable(s, f.Path(s), f.spec().db_name, f.fields(), access);
+  c->lpDb = OpenTable(s, f.Path(s), f.def().db_name, f.fields(), access);
   long status = KVD_S_OK;
   if (c->lpDb == nullptr) {
     status = KVD_S_OPEN_TABLE;
@@ -152,7 +152,7 @@ struct CursorStart {
 };
 
 bool CountsAsNull(const Family& f, const char* w) {
-  return w == nullptr || (w[0] == '\0' && f.spec().empty_wildcard == EmptyWildcard::kNull);
+  return w == nullptr || (w[0] == '\0' && f.def().empty_wildcard == EmptyWildcard::kNull);
 }
 
 // The start of OC and OC2.
@@ -161,7 +161,7 @@ CursorStart PlainStart(const Family& f, const char* w) {
   if (CountsAsNull(f, w)) return st;
   st.at = CursorStart::At::kKey;
   st.key = w;
-  if (f.spec().cursor_key == CursorKey::kKey && !MakeKey(f, w, &st.key)) st.at = CursorStart::At::kEnd;
+  if (f.def().cursor_key == CursorKey::kKey && !MakeKey(f, w, &st.key)) st.at = CursorStart::At::kEnd;
   st.filter = st.at == CursorStart::At::kKey ? st.key : w;
   return st;
 }
@@ -176,7 +176,7 @@ CursorStart PatternStart(const Family& f, const char* w) {
   st.key.resize(std::min(st.key.find('*'), st.key.size()));
   st.filter = w;
   const std::size_t len = st.filter.size();
-  if (len < f.column(f.spec().key_column).len && (len == 0 || w[len - 1] != '?')) st.filter += '*';
+  if (len < f.column(f.def().key_column).len && (len == 0 || w[len - 1] != '?')) st.filter += '*';
   return st;
 }
 
@@ -207,7 +207,7 @@ bool CarriesKey(TAG4St* t, const std::string& key) {
 // from the start position on. True when records went; the table is packed then.
 bool ClearForWrite(const Family& f, _CURSOR_SD* c, const CursorStart& st) {
   DATA4St* db = c->lpDb;
-  const WriteOpen w = f.spec().write_open;
+  const WriteOpen w = f.def().write_open;
   if (w != WriteOpen::kDeleteToEnd && !(w == WriteOpen::kDeleteKeyRun && st.at == CursorStart::At::kKey))
     return false;
   TAG4St* tag = d4tagSelected(db);
@@ -232,9 +232,9 @@ bool ClearForWrite(const Family& f, _CURSOR_SD* c, const CursorStart& st) {
 bool RemoveTableFiles(const Family& f, const _SELECT_SD* s) {
   const char* dir = f.Path(s);
   std::vector<std::string> files;
-  if (f.spec().index_name != nullptr) files.push_back(JoinPath(dir, f.spec().index_name, ".CDX"));
-  if (f.spec().extra_file != nullptr) files.push_back(JoinPath(dir, f.spec().extra_file));
-  files.push_back(JoinPath(dir, f.spec().db_name, ".DBF"));
+  if (f.def().index_name != nullptr) files.push_back(JoinPath(dir, f.def().index_name, ".CDX"));
+  if (f.def().extra_file != nullptr) files.push_back(JoinPath(dir, f.def().extra_file));
+  files.push_back(JoinPath(dir, f.def().db_name, ".DBF"));
   for (const std::string& file : files) {
     const Status st = platform::RemoveFile(file);
     if (!st.ok() && !st.IsNotFound()) return false;
@@ -246,13 +246,13 @@ bool RemoveTableFiles(const Family& f, const _SELECT_SD* s) {
 // filter. `tag` null keeps the order the index opened with.
 long OpenWith(const Family& f, _SELECT_SD* s, const char* tag, const CursorStart& st, _CURSOR_SD** cursor,
               int access) {
-  if (f.spec().deletes_fetched) f.fetch_mark() = {};
+  if (f.def().deletes_fetched) f.fetch_mark() = {};
   const bool writing = access == 1;
-  if (writing && f.spec().write_open == WriteOpen::kDeleteKeyRun && st.at == CursorStart::At::kTop) {
+  if (writing && f.def().write_open == WriteOpen::kDeleteKeyRun && st.at == CursorStart::At::kTop) {
     *cursor = nullptr;  // a cursor that replaces one key's records needs the key
     return KVD_S_NOT_FOUND;
   }
-  if (writing && f.spec().write_open == WriteOpen::kDeleteFiles && !RemoveTableFiles(f, s)) {
+  if (writing && f.def().write_open == WriteOpen::kDeleteFiles && !RemoveTableFiles(f, s)) {
     *cursor = nullptr;
     return KVD_S_OPEN_TABLE;
   }
@@ -269,14 +269,14 @@ long OpenWith(const Family& f, _SELECT_SD* s, const char* tag, const CursorStart
 // Record <- current table record, trimmed unless the family's FC gives the text as stored.
 void ReadFetched(const Family& f, DATA4St* db, void* rec, Fill fill) {
   BufferToRecord(f, db, rec, fill);
-  if (f.spec().fetch_trims) TrimRecord(f, rec, fill);
+  if (f.def().fetch_trims) TrimRecord(f, rec, fill);
 }
 
 // FetchFilter::kPrefix: the current record carries the cursor's prefix.
 bool HasPrefix(const Family& f, _CURSOR_SD* c) {
-  FIELD4St* fld = f.spec().prefix_column != nullptr ? d4field(c->lpDb, f.spec().prefix_column) : nullptr;
+  FIELD4St* fld = f.def().prefix_column != nullptr ? d4field(c->lpDb, f.def().prefix_column) : nullptr;
   if (fld == nullptr) return false;
-  const std::size_t width = std::min<std::size_t>(static_cast<std::size_t>(f.spec().prefix_width), f4len(fld));
+  const std::size_t width = std::min<std::size_t>(static_cast<std::size_t>(f.def().prefix_width), f4len(fld));
   return std::strncmp(f4ptr(fld), c->szWildcard, width) == 0;
 }
 
@@ -293,31 +293,31 @@ const std::vector<const Family*>& AllFamilies() { return Registry(); }
 
 const Family* FindFamily(const char* name) {
   for (const Family* f : Registry())
-    if (strcasecmp(f->spec().name, name) == 0) return f;
+    if (strcasecmp(f->def().name, name) == 0) return f;
   return nullptr;
 }
 
 std::size_t RecordSize(const Family& f) {
   std::size_t size = 0;
-  for (std::size_t i = 0; i < f.spec().column_count; ++i) {
+  for (std::size_t i = 0; i < f.def().column_count; ++i) {
     const Column& c = f.column(static_cast<int>(i));
     size = std::max(size, c.offset + c.size);
   }
   return size;
 }
 
-Family::Family(const FamilySpec& spec) : spec_(spec) {
+Family::Family(const FamilyDef& def) : def_(def) {
   Registry().push_back(this);
-  fields_.reserve(spec.column_count + 1);
-  for (std::size_t i = 0; i < spec.column_count; ++i) {
-    const Column& c = spec.columns[i];
+  fields_.reserve(def.column_count + 1);
+  for (std::size_t i = 0; i < def.column_count; ++i) {
+    const Column& c = def.columns[i];
     fields_.push_back(FIELD4INFO{c.name, static_cast<short>(c.type), c.len, c.dec, 0});
   }
   fields_.push_back(FIELD4INFO{nullptr, 0, 0, 0, 0});
 }
 
 void BufferToRecord(const Family& f, DATA4St* db, void* rec, Fill fill) {
-  for (std::size_t i = 0; i < f.spec().column_count; ++i) {
+  for (std::size_t i = 0; i < f.def().column_count; ++i) {
     const Column& c = f.column(static_cast<int>(i));
     if (!Wanted(c, fill)) continue;
     FIELD4St* fld = FieldOf(db, c, static_cast<int>(i));
@@ -345,7 +345,7 @@ void BufferToRecord(const Family& f, DATA4St* db, void* rec, Fill fill) {
 }
 
 void RecordToBuffer(const Family& f, DATA4St* db, const void* rec) {
-  for (std::size_t i = 0; i < f.spec().column_count; ++i) {
+  for (std::size_t i = 0; i < f.def().column_count; ++i) {
     const Column& c = f.column(static_cast<int>(i));
     FIELD4St* fld = FieldOf(db, c, static_cast<int>(i));
     const char* m = Member(rec, c);
@@ -375,7 +375,7 @@ void RecordToBuffer(const Family& f, DATA4St* db, const void* rec) {
 }
 
 void TrimRecord(const Family& f, void* rec, Fill fill) {
-  for (std::size_t i = 0; i < f.spec().column_count; ++i) {
+  for (std::size_t i = 0; i < f.def().column_count; ++i) {
     const Column& c = f.column(static_cast<int>(i));
     if (c.conv == Conv::kText && c.trim && Wanted(c, fill)) KvRTrim(KvLTrim(Member(rec, c)));
   }
@@ -393,13 +393,13 @@ long FamilyRead(const Family& f, _SELECT_SD* s, const char* name, void* rec) {
 }
 
 long FamilyInsert(const Family& f, _SELECT_SD* s, void* rec) {
-  OpenCall call(f, s, f.spec().insert_access);
+  OpenCall call(f, s, f.def().insert_access);
   if (call.status() != KVD_S_OK) return call.status();
   SelectKeyTag(f, call.db());
   std::string key;
   if (!MakeKey(f, KeyOf(f, rec).c_str(), &key)) return KVD_S_NOT_FOUND;
-  if (d4seek(call.db(), key.c_str()) == 0) return f.spec().duplicate_status;
-  if (f.spec().access_column >= 0) SetAccessLetter(f, rec, 'E');
+  if (d4seek(call.db(), key.c_str()) == 0) return f.def().duplicate_status;
+  if (f.def().access_column >= 0) SetAccessLetter(f, rec, 'E');
   if (d4appendStart(call.db(), 0) != 0) return KVD_S_OPEN_TABLE;
   d4blank(call.db());
   RecordToBuffer(f, call.db(), rec);
@@ -413,7 +413,7 @@ long FamilyUpdate(const Family& f, _SELECT_SD* s, const void* rec) {
   SelectKeyTag(f, call.db());
   // The private copy, with the listed members padded to their columns.
   std::vector<char> copy(static_cast<const char*>(rec), static_cast<const char*>(rec) + RecordSize(f));
-  for (std::size_t i = 0; i < f.spec().column_count; ++i) {
+  for (std::size_t i = 0; i < f.def().column_count; ++i) {
     const Column& c = f.column(static_cast<int>(i));
     if (c.conv == Conv::kText && c.pad) {
       char* m = Member(copy.data(), c);
@@ -453,19 +453,19 @@ long FamilyDelete(const Family& f, _SELECT_SD* s, const char* name, char* file, 
 }
 
 long FamilyOpenCursor(const Family& f, _SELECT_SD* s, const char* wildcard, _CURSOR_SD** cursor, int access) {
-  return OpenWith(f, s, f.spec().key_tag, PlainStart(f, wildcard), cursor, access);
+  return OpenWith(f, s, f.def().key_tag, PlainStart(f, wildcard), cursor, access);
 }
 
 long FamilyOpenSecondCursor(const Family& f, _SELECT_SD* s, const char* wildcard, _CURSOR_SD** cursor,
                             int access) {
-  const char* tag = f.spec().second_tag;
-  if (tag == nullptr && f.spec().tags != nullptr && f.spec().tags[0].name != nullptr) tag = f.spec().tags[1].name;
+  const char* tag = f.def().second_tag;
+  if (tag == nullptr && f.def().tags != nullptr && f.def().tags[0].name != nullptr) tag = f.def().tags[1].name;
   return OpenWith(f, s, tag, PlainStart(f, wildcard), cursor, access);
 }
 
 long FamilyOpenTagCursor(const Family& f, _SELECT_SD* s, const char* wildcard, _CURSOR_SD** cursor,
                          int access, int tag) {
-  const TagChoice& choice = f.spec().tag_choice;
+  const TagChoice& choice = f.def().tag_choice;
   return OpenWith(f, s, tag == choice.id_number ? choice.id_tag : choice.other_tag, PatternStart(f, wildcard),
                   cursor, access);
 }
@@ -482,7 +482,7 @@ long FamilyOpenAccessCursor(const Family& f, _SELECT_SD* s, const char* letters,
   // A write cursor replaces the records of its letters: they go before the first WC. Without a set
   // there is nothing to replace, and nothing is removed.
   if (access == 1 && letters != nullptr) {
-    FIELD4St* fld = d4field(c->lpDb, f.column(f.spec().access_column).name);
+    FIELD4St* fld = d4field(c->lpDb, f.column(f.def().access_column).name);
     bool removed = false;
     while (!d4eof(c->lpDb)) {
       if (InSet(letters, static_cast<char>(f4char(fld)))) {
@@ -501,12 +501,12 @@ long FamilyOpenAccessCursor(const Family& f, _SELECT_SD* s, const char* letters,
 
 long FamilyFetch(const Family& f, _CURSOR_SD* c, void* rec, Fill fill) {
   if (c == nullptr || d4eof(c->lpDb)) return KVD_S_NOT_FOUND;
-  const FetchFilter filter = c->szWildcard[0] != '\0' ? f.spec().fetch_filter : FetchFilter::kNone;
+  const FetchFilter filter = c->szWildcard[0] != '\0' ? f.def().fetch_filter : FetchFilter::kNone;
   // The prefix ends the run: the cursor stays on the first record that lacks it.
   if (filter == FetchFilter::kPrefix && !HasPrefix(f, c)) return KVD_S_NOT_FOUND;
   const bool filtered = filter == FetchFilter::kWild && c->szWildcard[0] != '*';
   for (;;) {
-    if (f.spec().deletes_fetched) f.fetch_mark().rec_no = d4recNo(c->lpDb);
+    if (f.def().deletes_fetched) f.fetch_mark().rec_no = d4recNo(c->lpDb);
     ReadFetched(f, c->lpDb, rec, fill);
     d4skip(c->lpDb, 1);
     if (!filtered) return KVD_S_OK;
@@ -517,7 +517,7 @@ long FamilyFetch(const Family& f, _CURSOR_SD* c, void* rec, Fill fill) {
 }
 
 long FamilyFetchAccess(const Family& f, _CURSOR_SD* c, void* rec) {
-  if (f.spec().deletes_fetched) f.fetch_mark().rec_no = 0;  // DC deletes only what FC gave
+  if (f.def().deletes_fetched) f.fetch_mark().rec_no = 0;  // DC deletes only what FC gave
   if (c == nullptr || d4eof(c->lpDb)) return KVD_S_NOT_FOUND;
   const bool filtered = c->szWildcard[0] != '\0' && c->szWildcard[0] != '*';
   for (;;) {
@@ -549,7 +549,7 @@ long FamilyDeleteImported(const Family& f, _SELECT_SD* s) {
   OpenCall call(f, s, 0);
   if (call.status() != KVD_S_OK) return call.status();
   DATA4St* db = call.db();
-  FIELD4St* fld = d4field(db, f.column(f.spec().access_column).name);
+  FIELD4St* fld = d4field(db, f.column(f.def().access_column).name);
   bool removed = false;
   for (d4top(db); !d4eof(db);) {
     if (f4char(fld) == 'I' && LockCurrent(db)) {
@@ -600,7 +600,7 @@ long FamilyCloseCursor(_CURSOR_SD* c) {
 }
 
 long FamilyCloseCursor(const Family& f, _CURSOR_SD* c) {
-  if (f.spec().deletes_fetched) {
+  if (f.def().deletes_fetched) {
     if (c != nullptr && f.fetch_mark().deleted) (void)d4pack(c->lpDb);  // needs the table alone
     f.fetch_mark() = {};
   }
@@ -609,7 +609,7 @@ long FamilyCloseCursor(const Family& f, _CURSOR_SD* c) {
 
 long FamilyCheck(const Family& f, _SELECT_SD* s, char* msg, int max_msg) {
   if (s == nullptr || msg == nullptr) return KVD_S_NO_SELECTION;
-  return CheckDBStructure(s, f.spec().db_name, f.fields(), msg, max_msg, 0);
+  return CheckDBStructure(s, f.def().db_name, f.fields(), msg, max_msg, 0);
 }
 
 }  // namespace kvd::frame

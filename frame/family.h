@@ -99,7 +99,7 @@ struct TagChoice {
   const char* other_tag = nullptr;  // every other number; null: the first tag
 };
 
-struct FamilySpec {
+struct FamilyDef {
   const char* name;                  // the family's name, as its functions begin ("DirAs")
   const char* db_name;               // table file, with or without ".DBF"
   const char* index_name;            // index file, without extension: ".CDX"; null: the table has none,
@@ -129,19 +129,19 @@ struct FamilySpec {
                                      // family's fetch mark
 };
 
-// A family: its spec and the field definition made from its columns.
+// A family: its definition and the fields made made from its columns.
 class Family {
  public:
   // Registers the family, so that tools find it by name.
-  explicit Family(const FamilySpec& spec);
+  explicit Family(const FamilyDef& def);
   Family(const Family&) = delete;
   Family& operator=(const Family&) = delete;
 
-  const FamilySpec& spec() const { return spec_; }
+  const FamilyDef& def() const { return def_; }
   const FIELD4INFO* fields() const { return fields_.data(); }
-  const Column& column(int i) const { return spec_.columns[i]; }
+  const Column& column(int i) const { return def_.columns[i]; }
   const char* Path(const _SELECT_SD* s) const {
-    return spec_.level == Level::kProject ? s->szProjektPath : s->szVersionPath;
+    return def_.level == Level::kProject ? s->szProjektPath : s->szVersionPath;
   }
 
   // The module state of a family with DC: the record its FC read last, and whether DC deleted
@@ -155,7 +155,7 @@ class Family {
   FetchMark& fetch_mark() const { return mark_; }
 
  private:
-  FamilySpec spec_;
+  FamilyDef def_;
   std::vector<FIELD4INFO> fields_;
   mutable FetchMark mark_;
 };

@@ -8,7 +8,7 @@ namespace {
 
 using kvd::frame::Column;
 using kvd::frame::Family;
-using kvd::frame::FamilySpec;
+using kvd::frame::FamilyDef;
 using kvd::frame::Fill;
 
 // The access sets: the name is the key, trimmed, so a shorter name finds the first it begins.
@@ -23,7 +23,7 @@ const TAG4INFO kDirAsTags[] = {
     {nullptr, nullptr, nullptr, 0, 0},
 };
 const Family kDirAs([] {
-  FamilySpec s{"DirAs", "_DIRAS.DBF", "_DIRAS"};
+  FamilyDef s{"DirAs", "_DIRAS.DBF", "_DIRAS"};
   s.columns = kDirAsColumns;
   s.column_count = std::size(kDirAsColumns);
   s.tags = kDirAsTags;
@@ -57,7 +57,7 @@ const TAG4INFO kDirfigTags[] = {
     {nullptr, nullptr, nullptr, 0, 0},
 };
 const Family kDirfig([] {
-  FamilySpec s{"Dirfig", "_DIRFIG.DBF", "_DIRFIG"};
+  FamilyDef s{"Dirfig", "_DIRFIG.DBF", "_DIRFIG"};
   s.columns = kDirfigColumns;
   s.column_count = std::size(kDirfigColumns);
   s.tags = kDirfigTags;

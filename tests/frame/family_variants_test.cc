@@ -23,8 +23,8 @@ const Column kPointColumns[] = {KVD_TEXT(PointRec, szId, "ID", 22, true), KVD_TE
 const TAG4INFO kPointTags[] = {{"POINTID", "ID", ".NOT. DELETED()", 0, 0},
                                {"OBJID", "OBJ", ".NOT. DELETED()", 0, 0},
                                {nullptr, nullptr, nullptr, 0, 0}};
-FamilySpec PointSpec(const char* name, int id_number, EmptyWildcard empty) {
-  FamilySpec s{name, "_VPOINT.DBF", "_VPOINT"};
+FamilyDef PointSpec(const char* name, int id_number, EmptyWildcard empty) {
+  FamilyDef s{name, "_VPOINT.DBF", "_VPOINT"};
   s.columns = kPointColumns;
   s.column_count = std::size(kPointColumns);
   s.tags = kPointTags;
@@ -48,47 +48,47 @@ const Column kCaseColumns[] = {KVD_TEXT(CaseRec, szCond, "CONDITION", 8, true),
                                KVD_TEXT(CaseRec, szDescr, "DESCRIPT", 10, true)};
 const TAG4INFO kCaseTags[] = {{"CONDITION", "CONDITION", ".NOT. DELETED()", 0, 0}, {nullptr, nullptr, nullptr, 0, 0}};
 template <class Tweak>
-FamilySpec CaseSpec(const char* name, Tweak tweak) {
-  FamilySpec s{name, "_VCASE.DBF", "_VCASE"};
+FamilyDef CaseSpec(const char* name, Tweak tweak) {
+  FamilyDef s{name, "_VCASE.DBF", "_VCASE"};
   s.columns = kCaseColumns;
   s.column_count = std::size(kCaseColumns);
   s.tags = kCaseTags;
   tweak(s);
   return s;
 }
-void Prefixed(FamilySpec& s) {
+void Prefixed(FamilyDef& s) {
   s.fetch_filter = FetchFilter::kPrefix;
   s.prefix_column = "CONDITION";
   s.prefix_width = 8;
 }
-const Family kCase(CaseSpec("VCase", [](FamilySpec& s) {  // a key's run, replaced whole
+const Family kCase(CaseSpec("VCase", [](FamilyDef& s) {  // a key's run, replaced whole
   Prefixed(s);
   s.cursor_key = CursorKey::kKey;
   s.write_open = WriteOpen::kDeleteKeyRun;
 }));
-const Family kCaseRaw(CaseSpec("VCaseRaw", [](FamilySpec& s) {  // raw key, empty as null
+const Family kCaseRaw(CaseSpec("VCaseRaw", [](FamilyDef& s) {  // raw key, empty as null
   Prefixed(s);
   s.empty_wildcard = EmptyWildcard::kNull;
 }));
-const Family kCaseKeyNull(CaseSpec("VCaseKeyNull", [](FamilySpec& s) {  // padded key, empty as null
+const Family kCaseKeyNull(CaseSpec("VCaseKeyNull", [](FamilyDef& s) {  // padded key, empty as null
   Prefixed(s);
   s.cursor_key = CursorKey::kKey;
   s.empty_wildcard = EmptyWildcard::kNull;
 }));
-const Family kCaseAsStored(CaseSpec("VCaseAsStored", [](FamilySpec& s) { s.fetch_trims = false; }));
-const Family kCaseToEnd(CaseSpec("VCaseToEnd", [](FamilySpec& s) { s.write_open = WriteOpen::kDeleteToEnd; }));
-const Family kCaseNew(CaseSpec("VCaseNew", [](FamilySpec& s) {
+const Family kCaseAsStored(CaseSpec("VCaseAsStored", [](FamilyDef& s) { s.fetch_trims = false; }));
+const Family kCaseToEnd(CaseSpec("VCaseToEnd", [](FamilyDef& s) { s.write_open = WriteOpen::kDeleteToEnd; }));
+const Family kCaseNew(CaseSpec("VCaseNew", [](FamilyDef& s) {
   s.write_open = WriteOpen::kDeleteFiles;
   s.extra_file = "_VCASE.MDX";
 }));
-const Family kCaseDel(CaseSpec("VCaseDel", [](FamilySpec& s) { s.deletes_fetched = true; }));
-const Family kReport(CaseSpec("VReport", [](FamilySpec& s) {
+const Family kCaseDel(CaseSpec("VCaseDel", [](FamilyDef& s) { s.deletes_fetched = true; }));
+const Family kReport(CaseSpec("VReport", [](FamilyDef& s) {
   s.db_name = "_VREPORT.DBF";
   s.index_name = nullptr;
   s.tags = nullptr;
   s.write_open = WriteOpen::kDeleteFiles;
 }));
-const Family kJob(CaseSpec("VJob", [](FamilySpec& s) {  // a tag on upper(CONDITION)
+const Family kJob(CaseSpec("VJob", [](FamilyDef& s) {  // a tag on upper(CONDITION)
   static const TAG4INFO tags[] = {{"JOB", "upper(CONDITION)", ".NOT. DELETED()", 0, 0},
                                   {nullptr, nullptr, nullptr, 0, 0}};
   s.db_name = "_VJOB.DBF";

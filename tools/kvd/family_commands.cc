@@ -29,7 +29,7 @@ std::string AsDirectory(std::string dir) {
   return dir;
 }
 
-std::string TableFile(const std::string& dir, const Family& f) { return frame::JoinPath(dir.c_str(), f.spec().db_name, ".DBF"); }
+std::string TableFile(const std::string& dir, const Family& f) { return frame::JoinPath(dir.c_str(), f.def().db_name, ".DBF"); }
 
 // A member of a fetched record as text (UTF-8).
 std::string MemberText(const Column& c, const char* rec) {
@@ -64,25 +64,25 @@ int DumpFamily(const std::string& dir_arg, const std::string& name, Format fmt) 
   const Family* f = frame::FindFamily(name.c_str());
   if (f == nullptr) {
     std::fprintf(stderr, "kvd: no family '%s'; known:", name.c_str());
-    for (const Family* k : frame::AllFamilies()) std::fprintf(stderr, " %s", k->spec().name);
+    for (const Family* k : frame::AllFamilies()) std::fprintf(stderr, " %s", k->def().name);
     std::fputc('\n', stderr);
     return 1;
   }
   const std::string dir = AsDirectory(dir_arg);
   // A dump only looks: the family's cursor would make a missing table, so ask first.
   if (!platform::FileExists(TableFile(dir, *f))) {
-    std::fprintf(stderr, "kvd: %s has no table %s\n", dir.c_str(), f->spec().db_name);
+    std::fprintf(stderr, "kvd: %s has no table %s\n", dir.c_str(), f->def().db_name);
     return 1;
   }
   _SELECT_SD* s = SelectDir(dir.c_str(), 'K');
   _CURSOR_SD* c = nullptr;
   const long status = frame::FamilyOpenCursor(*f, s, nullptr, &c, 0);
   if (status != KVD_S_OK) {
-    std::fprintf(stderr, "kvd: %s: status %ld %s\n", f->spec().db_name, status, frame::StatusText(static_cast<int>(status)));
+    std::fprintf(stderr, "kvd: %s: status %ld %s\n", f->def().db_name, status, frame::StatusText(static_cast<int>(status)));
     Unselect(s);
     return 1;
   }
-  const std::size_t n = f->spec().column_count;
+  const std::size_t n = f->def().column_count;
   std::string out;
   if (fmt == Format::kCsv || fmt == Format::kText) {
     for (std::size_t i = 0; i < n; ++i) {
@@ -130,7 +130,7 @@ int CmdCheck(const Args& args) {
   for (const Family* f : frame::AllFamilies()) {
     const std::string file = TableFile(dir, *f);
     if (!platform::FileExists(file)) {
-      std::printf("%-14s %-10s missing (made on first use)\n", f->spec().db_name, f->spec().name);
+      std::printf("%-14s %-10s missing (made on first use)\n", f->def().db_name, f->def().name);
       continue;
     }
     CODE4 code;
@@ -140,18 +140,18 @@ int CmdCheck(const Args& args) {
     code.readOnly = 1;
     DATA4St* d = d4open(&code, file.c_str());
     if (d == nullptr) {
-      std::printf("%-14s %-10s cannot be opened: %s\n", f->spec().db_name, f->spec().name, error4lastDetail(&code));
+      std::printf("%-14s %-10s cannot be opened: %s\n", f->def().db_name, f->def().name, error4lastDetail(&code));
       ++unreadable;
       code4initUndo(&code);
       continue;
     }
     Data4 data(d);
-    std::vector<FIELD4INFO> wanted(f->fields(), f->fields() + f->spec().column_count);
+    std::vector<FIELD4INFO> wanted(f->fields(), f->fields() + f->def().column_count);
     if (!frame::StructureDiffers(data, wanted)) {
-      std::printf("%-14s %-10s in order (%ld records)\n", f->spec().db_name, f->spec().name, d4recCount(d));
+      std::printf("%-14s %-10s in order (%ld records)\n", f->def().db_name, f->def().name, d4recCount(d));
     } else {
       ++differing;
-      std::printf("%-14s %-10s differs; adapted on its next open:\n", f->spec().db_name, f->spec().name);
+      std::printf("%-14s %-10s differs; adapted on its next open:\n", f->def().db_name, f->def().name);
       for (const FIELD4INFO& w : wanted) {
         FIELD4St* have = d4field(d, w.name);
         if (have == nullptr) {
