@@ -81,17 +81,16 @@ Status DbfFile::Open(std::string_view path, const OpenOptions& opt, std::unique_
   }
   // A mapping of the file that this process keeps already serves every read at no cost.
   t->map_.AdoptPooled(*t->file_);
-  KVD_RETURN_IF_ERROR(t->ParseHeader());
+  KVD_RETURN_IF_ERROR(t->ParseHeader(t->file_->size_at_open()));
   *out = std::move(t);
   return Status::Ok();
 }
 
-Status DbfFile::ParseHeader() {
+Status DbfFile::ParseHeader(std::uint64_t size) {
   const std::string& p = file_->path();
   // One read brings the header of most tables whole; a longer one (many fields) is read again at
   // its length. The size is the open's: enough to judge the header, and a count that seems to run
   // past it is judged again against the size now (below).
-  std::uint64_t size = file_->size_at_open();
   std::vector<unsigned char> head(kHeaderReadSize);
   std::size_t got = 0;
   if (map_.size() != 0) {
@@ -453,59 +452,57 @@ Status DbfFile::RewriteWith(const std::vector<std::uint32_t>& keep_recs) {
   KVD_RETURN_IF_ERROR(file_->ReadExactAt(0, head.data(), head.size()));
   PutLE32(&head[dbf::kOffRecCount], static_cast<std::uint32_t>(keep_recs.size()));
   const std::string tmp = TempNameBeside(open_path_, "pack");
-  {
-    std::unique_ptr<platform::File> out;
-    KVD_RETURN_IF_ERROR(platform::File::Open(tmp, platform::OpenMode::kCreateExclusive, &out));
-    auto fail = [&](Status s) {
-      out.reset();
-      platform::RemoveFile(tmp);
-      return s;
-    };
-    Status s = out->WriteAt(0, head.data(), head.size());
+  std::unique_ptr<platform::File> out;
+  KVD_RETURN_IF_ERROR(platform::File::Open(tmp, platform::OpenMode::kCreateExclusive, &out));
+  auto fail = [&](Status s) {
+    out.reset();
+    platform::RemoveFile(tmp);
+    return s;
+  };
+  // Locked while its name is still ours alone: it takes the table's name with the lock on it.
+  Status s = out->ShareLock(platform::LockKind::kExclusive, /*wait=*/false);
+  if (s.ok()) s = out->WriteAt(0, head.data(), head.size());
+  if (!s.ok()) return fail(s);
+  // Records are written in runs of about 1 MiB.
+  std::vector<char> buf;
+  const std::size_t run = std::max<std::size_t>(1, (1u << 20) / record_len_);
+  buf.reserve(run * record_len_ + 1);
+  std::uint64_t off = header_len_;
+  for (std::size_t i = 0; i < keep_recs.size(); ++i) {
+    const std::size_t at = buf.size();
+    buf.resize(at + record_len_);
+    s = ReadRecord(keep_recs[i], buf.data() + at);
     if (!s.ok()) return fail(s);
-    // Records are written in runs of about 1 MiB.
-    std::vector<char> buf;
-    const std::size_t run = std::max<std::size_t>(1, (1u << 20) / record_len_);
-    buf.reserve(run * record_len_ + 1);
-    std::uint64_t off = header_len_;
-    for (std::size_t i = 0; i < keep_recs.size(); ++i) {
-      const std::size_t at = buf.size();
-      buf.resize(at + record_len_);
-      s = ReadRecord(keep_recs[i], buf.data() + at);
+    if (buf.size() >= run * record_len_ || i + 1 == keep_recs.size()) {
+      s = out->WriteAt(off, buf.data(), buf.size());
       if (!s.ok()) return fail(s);
-      if (buf.size() >= run * record_len_ || i + 1 == keep_recs.size()) {
-        s = out->WriteAt(off, buf.data(), buf.size());
-        if (!s.ok()) return fail(s);
-        off += buf.size();
-        buf.clear();
-      }
+      off += buf.size();
+      buf.clear();
     }
-    const char eof = static_cast<char>(dbf::kEndOfFile);
-    s = out->WriteAt(off, &eof, 1);
-    if (s.ok()) s = out->Sync();
-    if (!s.ok()) return fail(s);
   }
+  const char eof = static_cast<char>(dbf::kEndOfFile);
+  s = out->WriteAt(off, &eof, 1);
+  if (s.ok()) s = out->Sync();
+  if (!s.ok()) return fail(s);
   // We hold the exclusive open lock: no one else has the file open, so the rename cannot pull it
   // from under another opener. A crash before this line leaves the old table whole; after it, the
   // new one.
-  Status s = platform::ReplaceFileHeld(tmp, open_path_);
-  if (!s.ok()) {
-    platform::RemoveFile(tmp);
-    return s;
-  }
+  s = out->MoveOver(open_path_);
+  if (!s.ok()) return fail(s);
   platform::SyncDirectory(platform::DirPart(open_path_));
-  return Reopen();
+  return TakeReplacement(std::move(out));
 }
 
-Status DbfFile::Reopen() {
-  // The new file, exclusive as before; the old descriptor goes with its mapping.
-  std::unique_ptr<platform::File> f;
-  KVD_RETURN_IF_ERROR(platform::File::Open(open_path_, platform::OpenMode::kReadWrite, &f));
-  KVD_RETURN_IF_ERROR(f->ShareLock(platform::LockKind::kExclusive, /*wait=*/false));
+Status DbfFile::TakeReplacement(std::unique_ptr<platform::File> f) {
+  // The old descriptor goes with its mapping; openers waiting on it find the name taken and open
+  // the new file, where our lock holds them until the caller is done.
   KVD_RETURN_IF_ERROR(map_.Map(*f, 0));
   file_ = std::move(f);
   exclusive_ = true;
-  return ParseHeader();
+  // We wrote the file through this descriptor: the size its open saw is not the size now.
+  std::uint64_t size = 0;
+  KVD_RETURN_IF_ERROR(file_->Size(&size));
+  return ParseHeader(size);
 }
 
 }  // namespace kvd::engine

@@ -116,8 +116,11 @@ class DbfFile {
   Status BecomeExclusive();
   Status ReturnToShared();
 
-  // Opens the file again by its name, exclusive (after another file was renamed into its place).
-  Status Reopen();
+  // Continues with `f`, the file that took this one's place: already under the table's name and
+  // locked exclusively since before it got that name. (Opening the name again after the rename
+  // would leave a moment in which another opener could lock the new file first and read it before
+  // its indexes are rebuilt.)
+  Status TakeReplacement(std::unique_ptr<platform::File> f);
   const std::string& open_path() const { return open_path_; }
 
   // Rewrites the table keeping the records for which keep(record) is true, through a temporary
@@ -128,7 +131,8 @@ class DbfFile {
 
  private:
   DbfFile() = default;
-  Status ParseHeader();
+  // `size`: the file's size when it was opened, or now.
+  Status ParseHeader(std::uint64_t size);
   Status EnsureMapped(std::uint64_t end);
   Status RewriteWith(const std::vector<std::uint32_t>& keep_recs);
   // kNotFound unless 1 <= rec <= the count. A record at or below a count this opener has seen needs

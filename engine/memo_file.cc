@@ -144,9 +144,11 @@ Status MemoFile::Write(std::uint32_t old_block, const void* data, std::size_t le
 Status MemoFile::BecomeExclusive() { return file_->ShareLock(platform::LockKind::kExclusive, false); }
 Status MemoFile::ReturnToShared() { return file_->ShareLock(platform::LockKind::kShared, false); }
 
-Status MemoFile::CopyCompact(std::string_view tmp_path, std::uint32_t* blocks, std::size_t n) {
+Status MemoFile::CopyCompact(std::string_view tmp_path, std::uint32_t* blocks, std::size_t n,
+                             std::unique_ptr<platform::File>* made) {
   std::unique_ptr<platform::File> out;
   KVD_RETURN_IF_ERROR(platform::File::Open(tmp_path, platform::OpenMode::kCreateExclusive, &out));
+  KVD_RETURN_IF_ERROR(out->ShareLock(platform::LockKind::kExclusive, /*wait=*/false));
   unsigned char h[fpt::kHeaderSize] = {};
   PutBE16(h + fpt::kOffBlockSize, static_cast<std::uint16_t>(block_size_));
   std::uint32_t next = (fpt::kHeaderSize + block_size_ - 1) / block_size_;
@@ -169,13 +171,12 @@ Status MemoFile::CopyCompact(std::string_view tmp_path, std::uint32_t* blocks, s
   }
   PutBE32(h + fpt::kOffNextFree, next);
   KVD_RETURN_IF_ERROR(out->WriteAt(0, h, sizeof h));
-  return out->Sync();
+  KVD_RETURN_IF_ERROR(out->Sync());
+  *made = std::move(out);
+  return Status::Ok();
 }
 
-Status MemoFile::Reopen() {
-  std::unique_ptr<platform::File> f;
-  KVD_RETURN_IF_ERROR(platform::File::Open(open_path_, platform::OpenMode::kReadWrite, &f));
-  KVD_RETURN_IF_ERROR(f->ShareLock(platform::LockKind::kExclusive, false));
+Status MemoFile::TakeReplacement(std::unique_ptr<platform::File> f) {
   file_ = std::move(f);
   return ReadHeader();
 }

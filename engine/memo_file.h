@@ -42,10 +42,12 @@ class MemoFile {
   std::uint32_t BlocksFor(std::size_t len) const;
 
   // Copies the memos named by `blocks` to a fresh compact memo file at `tmp_path`; blocks[i] is
-  // replaced by the block in the new file. Used by memo compression.
-  Status CopyCompact(std::string_view tmp_path, std::uint32_t* blocks, std::size_t n);
-  // Opens the file again by its name, exclusive (after another file was renamed into its place).
-  Status Reopen();
+  // replaced by the block in the new file. Used by memo compression. *made is the new file, locked
+  // exclusively from its creation on, for the caller to move into place and hand to TakeReplacement.
+  Status CopyCompact(std::string_view tmp_path, std::uint32_t* blocks, std::size_t n,
+                     std::unique_ptr<platform::File>* made);
+  // Continues with `f`, the file that took this one's place under its name, locked exclusively.
+  Status TakeReplacement(std::unique_ptr<platform::File> f);
   const std::string& open_path() const { return open_path_; }
 
  private:

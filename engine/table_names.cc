@@ -78,7 +78,10 @@ Status CompressMemoFile(DbfFile& dbf, MemoFile& memo, std::string_view table_nam
     KVD_RETURN_IF_ERROR(dbf.ReadRecord(r + 1, rec));
     for (const FieldLayout* f : memo_fields) blocks.push_back(ReadMemoPointer(rec + f->offset, f->len));
   }
-  KVD_RETURN_IF_ERROR(memo.CopyCompact(new_memo, blocks.data(), blocks.size()));
+  // Both new files are locked exclusively from their creation, so neither is ever under the
+  // table's names without our lock (see DbfFile::TakeReplacement).
+  std::unique_ptr<platform::File> memo_out;
+  KVD_RETURN_IF_ERROR(memo.CopyCompact(new_memo, blocks.data(), blocks.size(), &memo_out));
   std::size_t k = 0;
   for (std::uint32_t r = 0; r < count; ++r) {
     char* rec = records.data() + static_cast<std::size_t>(r) * dbf.record_len();
@@ -86,22 +89,21 @@ Status CompressMemoFile(DbfFile& dbf, MemoFile& memo, std::string_view table_nam
   }
 
   // The new table: the old header as it stands, the records with their new pointers, the end mark.
-  {
-    std::vector<char> head(dbf.header_len());
-    KVD_RETURN_IF_ERROR(dbf.file().ReadExactAt(0, head.data(), head.size()));
-    std::unique_ptr<platform::File> out;
-    KVD_RETURN_IF_ERROR(platform::File::Open(new_table, platform::OpenMode::kCreateExclusive, &out));
-    KVD_RETURN_IF_ERROR(out->WriteAt(0, head.data(), head.size()));
-    KVD_RETURN_IF_ERROR(out->WriteAt(head.size(), records.data(), records.size()));
-    const char eof = static_cast<char>(dbf::kEndOfFile);
-    KVD_RETURN_IF_ERROR(out->WriteAt(head.size() + records.size(), &eof, 1));
-    KVD_RETURN_IF_ERROR(out->Sync());
-  }
-  KVD_RETURN_IF_ERROR(platform::ReplaceFileHeld(new_memo, memo.open_path()));
-  KVD_RETURN_IF_ERROR(platform::ReplaceFileHeld(new_table, dbf.open_path()));
+  std::vector<char> head(dbf.header_len());
+  KVD_RETURN_IF_ERROR(dbf.file().ReadExactAt(0, head.data(), head.size()));
+  std::unique_ptr<platform::File> out;
+  KVD_RETURN_IF_ERROR(platform::File::Open(new_table, platform::OpenMode::kCreateExclusive, &out));
+  KVD_RETURN_IF_ERROR(out->ShareLock(platform::LockKind::kExclusive, /*wait=*/false));
+  KVD_RETURN_IF_ERROR(out->WriteAt(0, head.data(), head.size()));
+  KVD_RETURN_IF_ERROR(out->WriteAt(head.size(), records.data(), records.size()));
+  const char eof = static_cast<char>(dbf::kEndOfFile);
+  KVD_RETURN_IF_ERROR(out->WriteAt(head.size() + records.size(), &eof, 1));
+  KVD_RETURN_IF_ERROR(out->Sync());
+  KVD_RETURN_IF_ERROR(memo_out->MoveOver(memo.open_path()));
+  KVD_RETURN_IF_ERROR(out->MoveOver(dbf.open_path()));
   platform::SyncDirectory(platform::DirPart(dbf.open_path()));
-  KVD_RETURN_IF_ERROR(memo.Reopen());
-  return dbf.Reopen();
+  KVD_RETURN_IF_ERROR(memo.TakeReplacement(std::move(memo_out)));
+  return dbf.TakeReplacement(std::move(out));
 }
 
 namespace {

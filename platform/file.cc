@@ -387,9 +387,10 @@ Status File::ShareLock(LockKind kind, bool wait) {
 
   // Linux does not convert a flock lock in place: it removes the lock this descriptor holds and
   // then asks for the new one, so a conversion that fails leaves us with no lock at all (flock(2)
-  // says a conversion is not atomic). Take the old lock back at once. While we held it nobody
-  // could get an exclusive lock, so this fails only if, in that instant, the other holders let go
-  // and a waiter for an exclusive lock got in first; then we say so and hold nothing.
+  // says a conversion is not atomic). Take the old lock back at once. This fails when, in that
+  // instant, another opener got an exclusive lock (the other holders let go, or another holder's
+  // own conversion found ours gone); then we say so and hold nothing, and the caller must not touch
+  // the file again before it is closed.
   const int old_op = (share_held_ == Held::kShared ? LOCK_SH : LOCK_EX) | LOCK_NB;
   if (Sys().flock(fd_, old_op) != 0) {
     share_held_ = Held::kNone;
@@ -426,6 +427,13 @@ Status File::StillNamed(bool* same) const {
     return Status::FromErrno(errno, "stat", path_);
   }
   *same = static_cast<std::uint64_t>(theirs.st_dev) == dev_ && static_cast<std::uint64_t>(theirs.st_ino) == ino_;
+  return Status::Ok();
+}
+
+Status File::MoveOver(std::string_view to) {
+  std::string dst = HostPath(to);
+  if (Sys().rename(path_.c_str(), dst.c_str()) != 0) return Status::FromErrno(errno, "rename to", dst);
+  path_ = std::move(dst);
   return Status::Ok();
 }
 

@@ -76,6 +76,10 @@ class File {
   // True when a regular file named exactly `name` (no case-blind search) lies in the directory
   // this File was opened in: one stat.
   bool FileBeside(std::string_view name) const;
+  // Puts this file in the place of `to` (rename, replacing what was there) and from then on calls
+  // it by that name. A file built under a private name and locked before the move is never, not
+  // for an instant, under its public name without its lock.
+  Status MoveOver(std::string_view to);
   // The size of the file as the open found it (no system call); Size() asks for the size now.
   std::uint64_t size_at_open() const { return size_at_open_; }
 

@@ -3,8 +3,11 @@
 
 #include <atomic>
 #include <filesystem>
+#include <memory>
+#include <string>
 
 #include "engine_test_util.h"
+#include "platform/file.h"
 #include "platform/sys.h"
 
 namespace kvd::test {
@@ -100,6 +103,57 @@ TEST(Pack, KeepsTheLocksItsOpenerHeld) {
   EXPECT_EQ(d4lock(o, 1), r4locked) << "the whole-table lock is held on the new file too";
   d4close(o);
   d4close(d);
+}
+
+// The packed file takes the table's name with the packer's lock already on it: an opener that
+// comes at the moment of the rename is held off until the index is rebuilt, and then finds every
+// key at its new record. The table is bigger than one header read, so the new file's size is judged
+// by what was written, not by what its creation saw.
+kvd::platform::SysCalls g_before_rename;
+std::string g_table;
+int g_lock_at_rename = -1;  // 1: another opener got a shared lock right after the rename
+TEST(Pack, AnOpenerAtTheRenameWaitsForTheRebuiltIndex) {
+  TempDir dir;
+  Engine e;
+  DATA4St* d = Build(e, dir / "p", 300, 3);
+  const TAG4INFO tags[] = {{"KEY", "KEY", nullptr, 0, 0}, {nullptr, nullptr, nullptr, 0, 0}};
+  ASSERT_NE(i4create(d, nullptr, tags), nullptr) << error4lastDetail(&e.code);
+  ASSERT_GT(std::filesystem::file_size(dir / "p.DBF"), 4096u);
+  g_table = dir / "p.DBF";
+  g_lock_at_rename = -1;
+  {
+    kvd::platform::SysCallsOverride keep;
+    g_before_rename = kvd::platform::Sys();
+    kvd::platform::Sys().rename = [](const char* a, const char* b) {
+      const int rc = g_before_rename.rename(a, b);
+      std::unique_ptr<kvd::platform::File> f;
+      if (rc == 0 && std::string(b) == g_table &&
+          kvd::platform::File::Open(g_table, kvd::platform::OpenMode::kRead, &f).ok())
+        g_lock_at_rename = f->ShareLock(kvd::platform::LockKind::kShared, /*wait=*/false).ok() ? 1 : 0;
+      return rc;
+    };
+    ASSERT_EQ(d4pack(d), 0) << error4lastDetail(&e.code);
+  }
+  EXPECT_EQ(g_lock_at_rename, 0) << "the new table was reachable without the packer's lock";
+  d4close(d);
+
+  Engine other;
+  DATA4St* o = d4open(&other.code, (dir / "p").c_str());
+  ASSERT_NE(o, nullptr);
+  ASSERT_NE(i4open(o, nullptr), nullptr);
+  d4tagSelect(o, d4tag(o, "KEY"));
+  EXPECT_EQ(d4recCount(o), 200);
+  for (int k = 1; k <= 300; ++k) {
+    char key[13];
+    std::snprintf(key, sizeof key, "%12d", k);
+    if (k % 3 == 0) {
+      EXPECT_NE(d4seek(o, key), 0) << k;
+    } else {
+      ASSERT_EQ(d4seek(o, key), 0) << k;
+      EXPECT_EQ(d4recNo(o), k - k / 3) << k;
+    }
+  }
+  d4close(o);
 }
 
 // The child dies at the n-th system call that changes a file (write, truncate, sync, rename, unlink),
