@@ -176,9 +176,10 @@ Status CdxFile::Validate() {
 Status CdxFile::Open(std::string_view path, bool read_only, bool exclusive, std::unique_ptr<CdxFile>* out) {
   std::unique_ptr<CdxFile> f(new CdxFile());
   f->read_only_ = read_only;
-  KVD_RETURN_IF_ERROR(platform::File::Open(path, read_only ? platform::OpenMode::kRead : platform::OpenMode::kReadWrite,
-                                           &f->file_));
-  KVD_RETURN_IF_ERROR(f->file_->ShareLock(exclusive ? platform::LockKind::kExclusive : platform::LockKind::kShared, false));
+  // An index replaced between the open and the lock (a rebuild by another opener) is opened again.
+  KVD_RETURN_IF_ERROR(platform::File::OpenLocked(
+      path, read_only ? platform::OpenMode::kRead : platform::OpenMode::kReadWrite,
+      exclusive ? platform::LockKind::kExclusive : platform::LockKind::kShared, /*attempts=*/1, 0, &f->file_));
   f->known_size_ = f->file_->size_at_open();
   // A mapping of the file that this process keeps already serves every read at no cost.
   // Otherwise the header, the directory and mostly every tag header come in one read; what lies

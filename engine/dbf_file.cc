@@ -57,28 +57,12 @@ Status DbfFile::Open(std::string_view path, const OpenOptions& opt, std::unique_
   t->read_only_ = opt.read_only;
   t->exclusive_ = opt.exclusive;
   t->open_path_ = std::string(path);
-  // The name is opened, then its open-mode lock taken. If the file was replaced between the two
-  // steps (a pack or a rebuild by another opener renamed a new file into place), the lock sits on
-  // the old file: open the name again.
-  for (int tries = 0;; ++tries) {
-    std::unique_ptr<platform::File> f;
-    KVD_RETURN_IF_ERROR(platform::File::Open(
-        path, opt.read_only ? platform::OpenMode::kRead : platform::OpenMode::kReadWrite, &f));
-    const platform::LockKind kind = opt.exclusive ? platform::LockKind::kExclusive : platform::LockKind::kShared;
-    Status locked = f->ShareLock(kind, /*wait=*/opt.attempts < 0);
-    for (int i = 1; locked.IsBusy() && i < opt.attempts; ++i) {
-      platform::SleepMillis(static_cast<unsigned>(opt.delay_ms));
-      locked = f->ShareLock(kind, /*wait=*/false);
-    }
-    KVD_RETURN_IF_ERROR(locked);
-    bool same = false;
-    KVD_RETURN_IF_ERROR(f->StillNamed(&same));
-    if (same) {
-      t->file_ = std::move(f);
-      break;
-    }
-    if (tries == 8) return Status::Busy("table keeps being replaced while opening: " + std::string(path));
-  }
+  // The open-mode lock is held from the open on; a table replaced meanwhile (a pack or a rebuild by
+  // another opener) is opened again by its name.
+  KVD_RETURN_IF_ERROR(platform::File::OpenLocked(
+      path, opt.read_only ? platform::OpenMode::kRead : platform::OpenMode::kReadWrite,
+      opt.exclusive ? platform::LockKind::kExclusive : platform::LockKind::kShared, opt.attempts,
+      static_cast<unsigned>(std::max(opt.delay_ms, 0)), &t->file_));
   // A mapping of the file that this process keeps already serves every read at no cost.
   t->map_.AdoptPooled(*t->file_);
   KVD_RETURN_IF_ERROR(t->ParseHeader(t->file_->size_at_open()));

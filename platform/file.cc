@@ -215,7 +215,8 @@ std::string TempNameFor(const std::string& target) {
 // ---------------------------------------------------------------------------------------------
 // File
 
-Status File::Open(std::string_view path, OpenMode mode, std::unique_ptr<File>* out) {
+// Opens the descriptor of File::Open, without looking at what it opened.
+Status File::OpenUnchecked(std::string_view path, OpenMode mode, std::unique_ptr<File>* out) {
   out->reset();
   int flags = 0;
   bool writable = true;
@@ -255,23 +256,54 @@ Status File::Open(std::string_view path, OpenMode mode, std::unique_ptr<File>* o
     host = HostPath(path);
     KVD_RETURN_IF_ERROR(OpenHost(host, flags | O_NOCTTY, &fd));
   }
-  // A directory opens fine read-only and fails only at the first read; say it now. The same look
-  // gives the identity and the size the opener starts from.
-  struct stat st;
-  if (::fstat(fd, &st) != 0) {
-    const int err = errno;
-    Sys().close(fd);
-    return Status::FromErrno(err, "stat", host);
-  }
-  if (S_ISDIR(st.st_mode)) {
-    Sys().close(fd);
-    return Status::InvalidArgument(Concat({"open ", host, ": is a directory"}));
-  }
   out->reset(new File(fd, std::move(host), writable));
-  (*out)->dev_ = static_cast<std::uint64_t>(st.st_dev);
-  (*out)->ino_ = static_cast<std::uint64_t>(st.st_ino);
-  (*out)->size_at_open_ = static_cast<std::uint64_t>(st.st_size);
   return Status::Ok();
+}
+
+// A directory opens fine read-only and fails only at the first read; say it now. The same look
+// gives the identity and the size the opener starts from, and whether the file still has a name.
+Status File::LookAtOpenFile(bool* named) {
+  struct stat st;
+  if (::fstat(fd_, &st) != 0) return Status::FromErrno(errno, "stat", path_);
+  if (S_ISDIR(st.st_mode)) return Status::InvalidArgument(Concat({"open ", path_, ": is a directory"}));
+  dev_ = static_cast<std::uint64_t>(st.st_dev);
+  ino_ = static_cast<std::uint64_t>(st.st_ino);
+  size_at_open_ = static_cast<std::uint64_t>(st.st_size);
+  *named = st.st_nlink > 0;
+  return Status::Ok();
+}
+
+Status File::Open(std::string_view path, OpenMode mode, std::unique_ptr<File>* out) {
+  KVD_RETURN_IF_ERROR(OpenUnchecked(path, mode, out));
+  bool named = false;
+  Status s = (*out)->LookAtOpenFile(&named);
+  if (!s.ok()) out->reset();
+  return s;
+}
+
+Status File::OpenLocked(std::string_view path, OpenMode mode, LockKind kind, int attempts, unsigned delay_ms,
+                        std::unique_ptr<File>* out) {
+  for (int tries = 0;; ++tries) {
+    std::unique_ptr<File> f;
+    KVD_RETURN_IF_ERROR(OpenUnchecked(path, mode, &f));
+    Status locked = f->ShareLock(kind, /*wait=*/attempts < 0);
+    for (int i = 1; locked.IsBusy() && i < attempts; ++i) {
+      SleepMillis(delay_ms);
+      locked = f->ShareLock(kind, /*wait=*/false);
+    }
+    KVD_RETURN_IF_ERROR(locked);
+    // Whoever replaces a file renames the new one into place while holding the old one's lock
+    // exclusively, so a file we got the lock on and that still has a link is the one the name
+    // means. (A table given a second name by a hard link elsewhere would pass for named after a
+    // replace; tables have one name.)
+    bool named = false;
+    KVD_RETURN_IF_ERROR(f->LookAtOpenFile(&named));
+    if (named) {
+      *out = std::move(f);
+      return Status::Ok();
+    }
+    if (tries == 8) return Status::Busy(Concat({"file keeps being replaced while opening: ", f->path()}));
+  }
 }
 
 File::~File() {
@@ -416,17 +448,6 @@ Status File::IsSameFileAs(std::string_view path, bool* same) const {
     return Status::FromErrno(errno, "stat", host);
   }
   *same = mine.st_dev == theirs.st_dev && mine.st_ino == theirs.st_ino;
-  return Status::Ok();
-}
-
-Status File::StillNamed(bool* same) const {
-  *same = false;
-  struct stat theirs;
-  if (::stat(path_.c_str(), &theirs) != 0) {
-    if (errno == ENOENT || errno == ENOTDIR) return Status::Ok();
-    return Status::FromErrno(errno, "stat", path_);
-  }
-  *same = static_cast<std::uint64_t>(theirs.st_dev) == dev_ && static_cast<std::uint64_t>(theirs.st_ino) == ino_;
   return Status::Ok();
 }
 

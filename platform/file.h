@@ -39,6 +39,13 @@ class File {
   // existing file tries the name as written first and resolves it ignoring case only when that
   // finds nothing: open and one fstat when the name is spelled as on disk.
   static Status Open(std::string_view path, OpenMode mode, std::unique_ptr<File>* out);
+  // Opens an existing file and takes its open-mode lock (see ShareLock): `attempts` tries
+  // `delay_ms` apart, or waiting as long as it takes when attempts < 0. When another opener
+  // replaced the file between the open and the lock (so the file locked has lost its name), the
+  // name is opened again. Open, lock and one fstat when nothing is in the way. Busy when the lock
+  // cannot be had.
+  static Status OpenLocked(std::string_view path, OpenMode mode, LockKind kind, int attempts, unsigned delay_ms,
+                           std::unique_ptr<File>* out);
   ~File();
   File(const File&) = delete;
   File& operator=(const File&) = delete;
@@ -69,10 +76,6 @@ class File {
   // True when `path` names the same file (device and inode) that this File has open, false when the
   // name was removed or now names another file.
   Status IsSameFileAs(std::string_view path, bool* same) const;
-  // True when the host path this File was opened by still names the file it has open: one stat,
-  // no resolution of the name. For an opener that must know the name was not given to another file
-  // between its open and its lock.
-  Status StillNamed(bool* same) const;
   // True when a regular file named exactly `name` (no case-blind search) lies in the directory
   // this File was opened in: one stat.
   bool FileBeside(std::string_view name) const;
@@ -89,6 +92,8 @@ class File {
 
  private:
   File(int fd, std::string path, bool writable) : fd_(fd), path_(std::move(path)), writable_(writable) {}
+  static Status OpenUnchecked(std::string_view path, OpenMode mode, std::unique_ptr<File>* out);
+  Status LookAtOpenFile(bool* named);
   int fd_;
   std::string path_;
   bool writable_;

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <thread>
 
@@ -288,8 +289,8 @@ TEST_F(FileOpsTest, CopyRenameAndIdentity) {
 }
 
 // An existing file opens by its name as written, or by the name on disk in another case; either
-// way the File knows the name it was opened by, its size then, and its identity.
-TEST_F(FileOpsTest, OpenKnowsItsNameSizeAndWhetherTheNameStillHoldsIt) {
+// way the File knows the name it was opened by and its size then.
+TEST_F(FileOpsTest, OpenKnowsItsNameAndSize) {
   WriteWhole(dir_ / "t.dbf", "0123456789");
   auto exact = OpenOrDie(dir_ / "t.dbf", OpenMode::kRead);
   auto other_case = OpenOrDie(dir_ / "T.DBF", OpenMode::kReadWrite);
@@ -301,22 +302,47 @@ TEST_F(FileOpsTest, OpenKnowsItsNameSizeAndWhetherTheNameStillHoldsIt) {
   EXPECT_TRUE(exact->FileBeside("t.dbf"));
   EXPECT_FALSE(exact->FileBeside("T.DBF")) << "the name exactly as given";
   EXPECT_FALSE(exact->FileBeside("none.dbf"));
-
-  bool same = false;
-  ASSERT_TRUE(exact->StillNamed(&same).ok());
-  EXPECT_TRUE(same);
-  WriteWhole(dir_ / "new.dbf", "new");
-  fs::rename(dir_ / "new.dbf", dir_ / "t.dbf");  // another file takes the name
-  ASSERT_TRUE(exact->StillNamed(&same).ok());
-  EXPECT_FALSE(same);
-  auto renewed = OpenOrDie(dir_ / "t.dbf", OpenMode::kRead);
-  ASSERT_TRUE(renewed->StillNamed(&same).ok());
-  EXPECT_TRUE(same);
   fs::remove(dir_ / "t.dbf");
-  ASSERT_TRUE(renewed->StillNamed(&same).ok());
-  EXPECT_FALSE(same);
   std::unique_ptr<File> f;
   EXPECT_TRUE(File::Open(dir_ / "T.DBF", OpenMode::kRead, &f).IsNotFound());
+}
+
+// A file replaced between the open and its lock (the lock then sits on a file without a name) is
+// opened again; a lock held alone elsewhere is waited for as many attempts as asked, then Busy.
+std::string g_replace_from, g_replace_to;
+SysCalls g_unreplaced;
+TEST_F(FileOpsTest, OpenLockedOpensAFileReplacedBeforeItsLockAgain) {
+  WriteWhole(dir_ / "t.dbf", "old file");
+  WriteWhole(dir_ / "new.dbf", "new");
+  g_replace_from = dir_ / "new.dbf";
+  g_replace_to = dir_ / "t.dbf";
+  std::unique_ptr<File> f;
+  {
+    SysCallsOverride keep;
+    g_unreplaced = Sys();
+    Sys().flock = [](int fd, int op) {
+      if (!g_replace_from.empty()) {  // the first lock comes after another file took the name
+        g_unreplaced.rename(g_replace_from.c_str(), g_replace_to.c_str());
+        g_replace_from.clear();
+      }
+      return g_unreplaced.flock(fd, op);
+    };
+    ASSERT_TRUE(File::OpenLocked(dir_ / "T.DBF", OpenMode::kRead, LockKind::kShared, 1, 0, &f).ok());
+  }
+  EXPECT_TRUE(g_replace_from.empty()) << "the replace happened";
+  EXPECT_EQ(f->size_at_open(), 3u) << "the file that has the name now";
+  char buf[4] = {};
+  ASSERT_TRUE(f->ReadExactAt(0, buf, 3).ok());
+  EXPECT_STREQ(buf, "new");
+
+  auto alone = OpenOrDie(dir_ / "t.dbf", OpenMode::kRead);
+  ASSERT_TRUE(alone->ShareLock(LockKind::kExclusive, false).IsBusy()) << "f holds it shared";
+  f.reset();
+  ASSERT_TRUE(alone->ShareLock(LockKind::kExclusive, false).ok());
+  const auto t0 = std::chrono::steady_clock::now();
+  EXPECT_TRUE(File::OpenLocked(dir_ / "t.dbf", OpenMode::kRead, LockKind::kShared, 3, 20, &f).IsBusy());
+  EXPECT_GE(std::chrono::steady_clock::now() - t0, std::chrono::milliseconds(40)) << "two waits between three attempts";
+  EXPECT_EQ(f, nullptr);
 }
 
 TEST_F(MappingTest, SeesWritesOfOtherFilesAndProcessesWithoutRemapping) {
