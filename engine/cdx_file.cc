@@ -125,7 +125,7 @@ Status CdxFile::Fetch(std::uint64_t off, void* out, std::size_t n) {
   const std::size_t len = static_cast<std::size_t>(last + cdx::kPageSize - first);
   if (len > sizeof buf) return Status::InvalidArgument("index read across more than two pages");
   std::size_t got = 0;
-  ++reads_;
+  reads_ = platform::Mapping::CountRead(*file_);
   KVD_RETURN_IF_ERROR(file_->ReadAt(first, buf, len, &got));
   if (first + got < end) return KVD_CORRUPT(file_->path(), end, "index page beyond the end of the file");
   known_size_ = std::max(known_size_, first + got);
@@ -161,7 +161,7 @@ Status CdxFile::Validate() {
   // brings may be kept.
   std::vector<unsigned char> head(head_len_);
   std::size_t got = 0;
-  ++reads_;
+  reads_ = platform::Mapping::CountRead(*file_);
   KVD_RETURN_IF_ERROR(file_->ReadAt(0, head.data(), head.size(), &got));
   if (got < cdx::kPageSize) return KVD_CORRUPT(file_->path(), 0, "index file shorter than its header");
   known_size_ = std::max<std::uint64_t>(known_size_, got);
@@ -190,7 +190,7 @@ Status CdxFile::Open(std::string_view path, bool read_only, bool exclusive, std:
   } else {
     f->open_bytes_.resize(kOpenReadSize);
     std::size_t n = 0;
-    ++f->reads_;
+    f->reads_ = platform::Mapping::CountRead(*f->file_);
     KVD_RETURN_IF_ERROR(f->file_->ReadAt(0, f->open_bytes_.data(), f->open_bytes_.size(), &n));
     f->open_bytes_.resize(n);
     got = n;
@@ -346,7 +346,7 @@ bool CdxFile::CounterIs(std::uint32_t counter) {
   if (map_.size() == 0) {
     // Not from the kept pages: without the lock the counter must come from the file.
     std::size_t got = 0;
-    ++reads_;
+    reads_ = platform::Mapping::CountRead(*file_);
     if (reads_ >= kReadsBeforeMapping) {
       if (!EnsureMapped(cdx::kOffCounter + 4).ok()) return false;
       return GetBE32(map_.data() + cdx::kOffCounter) == counter;

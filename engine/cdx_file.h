@@ -9,9 +9,10 @@
 //     counter has not moved. The copy was taken under the lock, so it is a consistent state of the
 //     tree, and an unchanged counter says that no writer has begun since.
 //
-// How pages are read. An opener that reads only a few pages (a keyed read: open, one descent,
-// close) reads them with pread: mapping the file and unmapping it again costs more than the reads
-// (an unmapping flushes the TLB of every CPU). After kReadsBeforeMapping reads the file is mapped
+// How pages are read. A file this process has read only a few pages of (one keyed read: open, one
+// descent, close) is read with pread: mapping the file and unmapping it again costs more than the
+// reads (an unmapping flushes the TLB of every CPU). After kReadsBeforeMapping reads by this
+// process, through any of its openers (keyed reads one after another add up), the file is mapped
 // (shared, so every process's write is seen at once) and everything is read from the mapping. The
 // mapping stays in the process's pool (platform::Mapping) after the opener goes; an opener that
 // finds it there at open reads everything through it from the start.
@@ -136,7 +137,7 @@ class CdxFile {
   std::uint64_t known_size_ = 0;   // bytes the file has at least: from the open, a read, a write
   Hold hold_ = Hold::kNone;
   static constexpr int kReadsBeforeMapping = 24;
-  int reads_ = 0;                  // preads so far; at kReadsBeforeMapping the file is mapped
+  int reads_ = 0;                  // preads of the file by this process (platform::Mapping::CountRead)
   std::vector<KeptPage> kept_;     // at most kMaxKeptPages, in no order
   static constexpr std::size_t kMaxKeptPages = 64;
   std::uint32_t kept_counter_ = 0; // the counter the kept pages belong to

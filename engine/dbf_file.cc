@@ -181,8 +181,7 @@ Status DbfFile::EnsureMapped(std::uint64_t end) {
 
 Status DbfFile::Fetch(std::uint64_t off, void* out, std::size_t n) {
   if (off + n > map_.size()) {
-    if (reads_ < kReadsBeforeMapping) {
-      ++reads_;
+    if (platform::Mapping::CountRead(*file_) <= kReadsBeforeMapping) {
       return file_->ReadExactAt(off, out, n);
     }
     KVD_RETURN_IF_ERROR(EnsureMapped(off + n));
@@ -480,7 +479,7 @@ Status DbfFile::RewriteWith(const std::vector<std::uint32_t>& keep_recs) {
 Status DbfFile::TakeReplacement(std::unique_ptr<platform::File> f) {
   // The old descriptor goes with its mapping; openers waiting on it find the name taken and open
   // the new file, where our lock holds them until the caller is done.
-  KVD_RETURN_IF_ERROR(map_.Map(*f, 0));
+  map_.ReleaseReplaced();
   file_ = std::move(f);
   exclusive_ = true;
   // We wrote the file through this descriptor: the size its open saw is not the size now.

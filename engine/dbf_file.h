@@ -152,12 +152,12 @@ class DbfFile {
   bool read_only_ = false;
   bool exclusive_ = false;
   bool date_touched_ = false;
-  // Reads a range of the file: from the mapping once there is one, else with pread. A table opened
-  // for a few reads never maps it (mapping and unmapping cost more than the reads); after
-  // kReadsBeforeMapping reads it is mapped.
+  // Reads a range of the file: from the mapping once there is one, else with pread. A few reads
+  // never map the file (mapping costs more than they do); once this process has read it
+  // kReadsBeforeMapping times without a mapping, through any opener, it is mapped, and the mapping
+  // stays in the process's pool for the next opens.
   Status Fetch(std::uint64_t off, void* out, std::size_t n);
   static constexpr int kReadsBeforeMapping = 8;
-  int reads_ = 0;
   // Bytes the open reads at once for the header: the whole header of a table with up to 126 fields.
   static constexpr std::size_t kHeaderReadSize = 4096;
   // The largest record count this opener has read from the header or written there. While a table

@@ -30,6 +30,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
@@ -557,14 +558,27 @@ class MapPool {
     return nullptr;
   }
 
-  void Release(Mapping::Pooled* e) {
+  // How many reads this process has counted for `file` (this one included) while it was not mapped:
+  // openers that each read a few bytes of a file opened again and again add up, and the file is
+  // worth mapping for all of them once they have read enough. A short table: a file that drops out
+  // starts counting again.
+  int CountRead(const File& file) {
     std::lock_guard<std::mutex> hold(mu_);
+    for (Heat& h : heat_)
+      if (h.reads != 0 && h.dev == file.device() && h.ino == file.inode()) return ++h.reads;
+    heat_[next_heat_++ % heat_.size()] = Heat{file.device(), file.inode(), 1};
+    return 1;
+  }
+
+  // `gone`: the user replaced or removed the file, so it is never mapped again by that identity.
+  void Release(Mapping::Pooled* e, bool gone) {
+    std::lock_guard<std::mutex> hold(mu_);
+    if (gone) e->superseded = true;
     if (--e->users > 0) return;
     e->idle_since = ++tick_;
-    // A file whose last name is gone (replaced by a pack, removed) is never mapped again by that
-    // identity: its pages and its disk space go now.
-    struct stat st;
-    if (e->superseded || ::fstat(e->fd, &st) != 0 || st.st_nlink == 0) {
+    // Its pages and its disk space go now. (A file that lost its name otherwise, replaced or
+    // removed by another process, goes at a sweep.)
+    if (e->superseded) {
       Remove(e);
       return;
     }
@@ -619,8 +633,15 @@ class MapPool {
     Drop(e);
   }
 
+  struct Heat {
+    std::uint64_t dev = 0, ino = 0;
+    int reads = 0;
+  };
+
   std::mutex mu_;
   std::vector<Mapping::Pooled*> entries_;  // owned
+  std::array<Heat, 16> heat_{};
+  unsigned next_heat_ = 0;
   std::uint64_t tick_ = 0;
   std::uint64_t last_sweep_ms_ = 0;  // MonotonicMillis of the last SweepIdle
 };
@@ -635,9 +656,15 @@ MapPool& Pool() {
 
 Mapping::~Mapping() { Release(); }
 
-void Mapping::Release() {
+void Mapping::Release() { ReleaseAs(/*gone=*/false); }
+
+void Mapping::ReleaseReplaced() { ReleaseAs(/*gone=*/true); }
+
+int Mapping::CountRead(const File& file) { return Pool().CountRead(file); }
+
+void Mapping::ReleaseAs(bool gone) {
   if (pooled_ != nullptr) {
-    Pool().Release(pooled_);
+    Pool().Release(pooled_, gone);
   } else if (base_ != nullptr) {
     ::munmap(base_, static_cast<std::size_t>(reserved_));
   }

@@ -144,6 +144,13 @@ class Mapping {
   // none (an opener that reads only a few bytes then reads them without a mapping: making one
   // costs more than a few reads).
   bool AdoptPooled(const File& file);
+  // Lets go of the mapping of a file that the caller has just replaced or removed: the pool keeps
+  // nothing of it.
+  void ReleaseReplaced();
+  // Counts one read of `file` without a mapping and answers how many this process has counted for
+  // it: openers that each read a little of a file opened again and again add up, and map it
+  // (Cover) once the reads of all of them make it worth it; later opens then AdoptPooled.
+  static int CountRead(const File& file);
   const std::byte* data() const { return base_; }
   std::uint64_t size() const { return size_; }  // the readable bytes
 
@@ -151,6 +158,7 @@ class Mapping {
 
  private:
   void Release();  // lets go of what is mapped now
+  void ReleaseAs(bool gone);
 
   std::byte* base_ = nullptr;
   std::uint64_t size_ = 0;      // readable: at most the file's size when last asked

@@ -448,7 +448,8 @@ TEST_F(MappingTest, PooledMappingsAreSharedKeptAndHoldNoLock) {
 }
 
 // A file that loses its name is never met again through the pool: the file that takes the name
-// has a mapping of its own, and the old one's mapping goes with its last user.
+// has a mapping of its own, and the old one's mapping goes when the replacer lets go of it (or, for
+// a file replaced by someone else, at a sweep: below).
 TEST_F(MappingTest, AReplacedFileIsNotMappedForItsSuccessor) {
   WriteWhole(dir_ / "t.dbf", "old file");
   auto f = OpenOrDie(dir_ / "t.dbf", OpenMode::kRead);
@@ -463,6 +464,8 @@ TEST_F(MappingTest, AReplacedFileIsNotMappedForItsSuccessor) {
   ASSERT_TRUE(b.Cover(*g, 8, &size, &covered).ok() && covered);
   EXPECT_EQ(std::memcmp(b.data(), "new file", 8), 0);
   EXPECT_EQ(std::memcmp(a->data(), "old file", 8), 0) << "the old open still sees its own file";
+  a->ReleaseReplaced();  // as the replacer lets go of the file it replaced
+  EXPECT_EQ(a->size(), 0u);
   a.reset();
   f.reset();
   const std::string maps = ReadWhole("/proc/self/maps");
