@@ -231,6 +231,10 @@ int d4unlock(DATA4St* data);                 /* writes a pending record, drops a
 /* ---- Fields -------------------------------------------------------------------------------- */
 FIELD4St* d4field(DATA4St* data, const char* name);   /* ignoring case; null when absent */
 FIELD4St* d4fieldJ(DATA4St* data, short j);            /* 1-based; null out of range */
+/* A number no other handle opened in this process had or will have, for a caller that keeps what
+   it worked out about a handle (the fields of its columns) and must know it is still that handle
+   and not a later one at the same address. */
+unsigned long long d4serial(DATA4St* data);
 int d4fieldNumber(DATA4St* data, const char* name);   /* 1-based, or -1 */
 
 const char* f4name(FIELD4St* field);

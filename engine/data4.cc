@@ -1,5 +1,6 @@
 // Tables: open, create, close, remove, position, append, delete, write, pack.
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <cstring>
 
@@ -664,6 +665,13 @@ FIELD4St* d4field(DATA4St* d, const char* name) {
   }
   return nullptr;
 }
+
+DATA4St::DATA4St() {
+  static std::atomic<std::uint64_t> next{1};
+  serial = next.fetch_add(1, std::memory_order_relaxed);
+}
+
+unsigned long long d4serial(DATA4St* d) { return d ? d->serial : 0; }
 
 FIELD4St* d4fieldJ(DATA4St* d, short j) {
   if (!d || j < 1 || j > static_cast<int>(d->fields.size())) return nullptr;

@@ -75,6 +75,8 @@ struct QueuedLock {
 };
 
 struct DATA4St {
+  DATA4St();
+  std::uint64_t serial;           // unique in the process among every handle ever opened (d4serial)
   CODE4* code = nullptr;
   std::unique_ptr<kvd::engine::DbfFile> dbf;
   std::unique_ptr<kvd::engine::MemoFile> memo;

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "frame/kernel.h"
 #include "lib/foundation/kvtext.h"
@@ -26,6 +27,30 @@ FIELD4St* FieldOf(DATA4St* db, const Column& c, int i) {
   FIELD4St* f = d4fieldJ(db, static_cast<short>(i + 1));
   if (f != nullptr && strcasecmp(f4name(f), c.name) == 0) return f;
   return d4field(db, c.name);
+}
+
+// The fields of every column of a family in one open table, worked out at the first row and kept
+// for the rows after it: a cursor's rows then cost no look-up by name. A few tables at a time (a
+// read cursor beside a write cursor), per thread; the handle's serial tells a later handle at the
+// same address from the one the fields belong to.
+FIELD4St* const* ColumnFields(const Family& f, DATA4St* db) {
+  struct Entry {
+    const Family* family = nullptr;
+    unsigned long long serial = 0;
+    std::vector<FIELD4St*> fields;
+  };
+  thread_local Entry cache[4];
+  thread_local unsigned next = 0;
+  const unsigned long long serial = d4serial(db);
+  for (Entry& e : cache)
+    if (e.family == &f && e.serial == serial) return e.fields.data();
+  Entry& e = cache[next++ % std::size(cache)];
+  e.family = &f;
+  e.serial = serial;
+  e.fields.resize(f.def().column_count);
+  for (std::size_t i = 0; i < f.def().column_count; ++i)
+    e.fields[i] = FieldOf(db, f.column(static_cast<int>(i)), static_cast<int>(i));
+  return e.fields.data();
 }
 
 std::string Trimmed(const std::string& text) {
@@ -317,10 +342,11 @@ Family::Family(const FamilyDef& def) : def_(def) {
 }
 
 void BufferToRecord(const Family& f, DATA4St* db, void* rec, Fill fill) {
+  FIELD4St* const* fields = ColumnFields(f, db);
   for (std::size_t i = 0; i < f.def().column_count; ++i) {
     const Column& c = f.column(static_cast<int>(i));
     if (!Wanted(c, fill)) continue;
-    FIELD4St* fld = FieldOf(db, c, static_cast<int>(i));
+    FIELD4St* fld = fields[i];
     char* m = Member(rec, c);
     switch (c.conv) {
       case Conv::kText: f4ncpy(fld, m, static_cast<unsigned>(c.size)); break;
@@ -345,9 +371,10 @@ void BufferToRecord(const Family& f, DATA4St* db, void* rec, Fill fill) {
 }
 
 void RecordToBuffer(const Family& f, DATA4St* db, const void* rec) {
+  FIELD4St* const* fields = ColumnFields(f, db);
   for (std::size_t i = 0; i < f.def().column_count; ++i) {
     const Column& c = f.column(static_cast<int>(i));
-    FIELD4St* fld = FieldOf(db, c, static_cast<int>(i));
+    FIELD4St* fld = fields[i];
     const char* m = Member(rec, c);
     switch (c.conv) {
       case Conv::kText: f4assignN(fld, m, static_cast<unsigned>(strnlen(m, c.size))); break;

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "frame/family.h"
 #include "include/kvd_directory.h"
 #include "tests/frame/frame_test_util.h"
 
@@ -123,6 +124,52 @@ TEST_F(Families, DirfigRowsRoundTripEveryMember) {
   // The key is exact: a shorter name is another figure.
   EXPECT_EQ(DirfigR(sel_, const_cast<char*>("F"), &out), KVD_S_NOT_FOUND);
   EXPECT_EQ(DirfigR(sel_, const_cast<char*>("F1XXXXX"), &out), KVD_S_NOT_FOUND);
+}
+
+// A table whose fields lie in another order than the definition's is kept and read and written by
+// name, also by cursors that alternate with a cursor on a table in the definition's order (the
+// fields of each open table are worked out once and must never be taken for the other's).
+TEST_F(Families, FieldsInAnotherOrderAreFoundByName) {
+  const std::string other = plant_.MakeDir("v2");
+  {
+    Engine e;
+    std::vector<FIELD4INFO> reversed;
+    for (const FIELD4INFO* f = kvd::frame::FindFamily("Dirfig")->fields(); f->name != nullptr; ++f)
+      reversed.insert(reversed.begin(), *f);
+    reversed.push_back(FIELD4INFO{nullptr, 0, 0, 0, 0});
+    DATA4St* d = d4create(&e.code, (other + "_DIRFIG.DBF").c_str(), reversed.data(), nullptr);
+    ASSERT_NE(d, nullptr);
+    d4close(d);
+  }
+  _SELECT_SD* s2 = SelectDir(other.c_str(), 'T');
+  for (int i = 0; i < 3; ++i) {
+    const std::string n = "F" + std::to_string(i);
+    _DIRFIG_REC a = Fig(n.c_str(), "IN.DBF", i), b = Fig(n.c_str(), "OUT.DBF", -i);
+    ASSERT_EQ(DirfigI(sel_, &a), 0);
+    ASSERT_EQ(DirfigI(s2, &b), 0);
+  }
+  _CURSOR_SD* c1 = nullptr;
+  _CURSOR_SD* c2 = nullptr;
+  ASSERT_EQ(DirfigOC(sel_, nullptr, &c1, 0), 0);
+  ASSERT_EQ(DirfigOC(s2, nullptr, &c2, 0), 0);
+  for (int i = 0; i < 3; ++i) {
+    const std::string n = "F" + std::to_string(i);
+    _DIRFIG_REC r1{}, r2{};
+    ASSERT_EQ(DirfigFC2(c1, &r1), 0);
+    ASSERT_EQ(DirfigFC2(c2, &r2), 0);
+    ExpectSameFig(r1, Fig(n.c_str(), "IN.DBF", i));
+    ExpectSameFig(r2, Fig(n.c_str(), "OUT.DBF", -i));
+  }
+  DirfigCC(c1);
+  DirfigCC(c2);
+  Unselect(s2);
+  Engine e;
+  DATA4St* d = d4open(&e.code, (other + "_DIRFIG.DBF").c_str());
+  ASSERT_NE(d, nullptr);
+  EXPECT_STREQ(f4name(d4fieldJ(d, 1)), "TARRESY") << "the table kept its order";
+  d4go(d, 2);
+  EXPECT_EQ(std::string(f4ptr(d4field(d, "FILENAME")), 7), "OUT.DBF");
+  d4close(d);
 }
 
 TEST_F(Families, DirfigUpdateAddsAMissingKeyAndChangesAnExistingOne) {
