@@ -397,7 +397,7 @@ KvString& KvString::operator=(KvString&& other) noexcept {
 }
 KvString& KvString::operator=(const KvStringBase& other) { return *this = static_cast<const char*>(other); }
 
-KvString& KvString::operator+=(const char* psz) {
+KvString& KvString::_AppendText(const char* psz) {
   if (psz != nullptr) _Append(psz, std::strlen(psz));
   return *this;
 }
@@ -406,7 +406,7 @@ KvString& KvString::operator+=(const KvString& other) {
   return *this;
 }
 KvString& KvString::operator+=(const KvStringBase& other) { return *this += static_cast<const char*>(other); }
-KvString& KvString::operator+=(char ch) {
+KvString& KvString::_AppendChar(char ch) {
   if (ch != '\0') _Append(&ch, 1);
   return *this;
 }

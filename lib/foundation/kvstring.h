@@ -219,10 +219,29 @@ class KVCLASS_API KvString {
   KvString& operator=(const KvString& other);
   KvString& operator=(KvString&& other) noexcept;
   KvString& operator=(const KvStringBase& other);
-  KvString& operator+=(const char* psz);
+  KvString& operator+=(const char* psz) {
+    // Inline while the text fits the buffer; growth and every odd case go the long way.
+    if (psz != nullptr && _psz != nullptr && _cchLen != kLengthUnknown && _psz[_cchLen] == '\0') {
+      const std::size_t n = std::strlen(psz);
+      if (_cchLen + n < _pogran->GetSize() && (psz < _psz || psz > _psz + _cchLen)) {
+        std::memcpy(_psz + _cchLen, psz, n + 1);
+        _cchLen += static_cast<std::uint32_t>(n);
+        return *this;
+      }
+    }
+    return _AppendText(psz);
+  }
   KvString& operator+=(const KvString& other);
   KvString& operator+=(const KvStringBase& other);
-  KvString& operator+=(char ch);
+  KvString& operator+=(char ch) {
+    if (ch != '\0' && _psz != nullptr && _cchLen != kLengthUnknown && _psz[_cchLen] == '\0' &&
+        _cchLen + 1 < _pogran->GetSize()) {
+      _psz[_cchLen++] = ch;
+      _psz[_cchLen] = '\0';
+      return *this;
+    }
+    return _AppendChar(ch);
+  }
 
   operator const char*() const { return _psz != nullptr ? _psz : KvStringBase::_s_szEmpty; }
   const char* GetCharPtr() const { return *this; }
@@ -306,6 +325,8 @@ class KVCLASS_API KvString {
   // Sets the text to `n` bytes at `p` (which may lie in this buffer), then a NUL.
   void _Assign(const char* p, std::size_t n);
   void _Append(const char* p, std::size_t n);
+  KvString& _AppendText(const char* psz);
+  KvString& _AppendChar(char ch);
   void _SetLength(std::size_t n) { _cchLen = static_cast<std::uint32_t>(n); }
   template <class T>
   void _Format(const char* fmt, T value);
