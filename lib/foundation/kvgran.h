@@ -254,19 +254,34 @@ KVCLASS_API _KVMEM_STAT* KvGetMemStat();
 //   class KvFoo { KVGRAN_DECLARE_ALLOC(KvFoo) ... };
 // _GetWatcher has the type text of the class, the description "new" and the class's size;
 // _GetInternalAllocWatcher, for the buffers the class takes for itself, "InternalAlloc" and size
-// 0. The sized delete gives the arena the size it allocated (with a virtual destructor, the size
-// of the object's own class).
-#define KVGRAN_DECLARE_ALLOC(Class)                                                        \
+// 0. A class that takes no buffers of its own declares KVGRAN_DECLARE_NEW instead: the same
+// without _GetInternalAllocWatcher.
+// new comes in three forms: plain; placement (new (pv) KvFoo), which only constructs; and with
+// source file and line (new (__FILE__, __LINE__) KvFoo), which is the plain one. The sized delete
+// gives the arena the size it allocated (with a virtual destructor, the size of the object's own
+// class).
+#define KVGRAN_DECLARE_NEW(Class)                                                          \
  public:                                                                                   \
   static KvGranularityMemoryWatcher* _GetWatcher() {                                       \
     static KvGranularityMemoryWatcher s_watcher(typeid(Class), "new", sizeof(Class));      \
     return &s_watcher;                                                                     \
   }                                                                                        \
+  static void* operator new(std::size_t cb) { return KvGranularity::_Alloc(cb, _GetWatcher()); } \
+  static void* operator new(std::size_t, void* pv) noexcept { return pv; }                 \
+  static void* operator new(std::size_t cb, const char*, int) {                            \
+    return KvGranularity::_Alloc(cb, _GetWatcher());                                       \
+  }                                                                                        \
+  static void operator delete(void* pv, std::size_t cb) {                                  \
+    KvGranularity::_Free(pv, cb, _GetWatcher());                                           \
+  }                                                                                        \
+  static void operator delete(void*, void*) noexcept {}                                    \
+  static void operator delete(void* pv, const char*, int) {                                \
+    KvGranularity::_Free(pv, sizeof(Class), _GetWatcher());                                \
+  }
+
+#define KVGRAN_DECLARE_ALLOC(Class)                                                        \
+  KVGRAN_DECLARE_NEW(Class)                                                                \
   static KvGranularityMemoryWatcher* _GetInternalAllocWatcher() {                          \
     static KvGranularityMemoryWatcher s_watcher(typeid(Class), "InternalAlloc", 0);        \
     return &s_watcher;                                                                     \
-  }                                                                                        \
-  static void* operator new(std::size_t cb) { return KvGranularity::_Alloc(cb, _GetWatcher()); } \
-  static void operator delete(void* pv, std::size_t cb) {                                  \
-    KvGranularity::_Free(pv, cb, _GetWatcher());                                           \
   }
