@@ -106,7 +106,9 @@ TEST(TwoProcesses, FamiliesLoseNoUpdateAndKeepTheIndexRight) {
     _DIRFIG_REC r{};
     const long st = DirfigR(s, const_cast<char*>(k.c_str()), &r);
     EXPECT_EQ(st, 0) << k;
-    if (st == 0) EXPECT_EQ(r.lUlx, v) << k;
+    if (st == 0) {
+      EXPECT_EQ(r.lUlx, v) << k;
+    }
   }
   _CURSOR_SD* c = nullptr;
   ASSERT_EQ(DirfigOC(s, nullptr, &c, 0), 0);
