@@ -31,10 +31,23 @@ std::string AsDirectory(std::string dir) {
 
 std::string TableFile(const std::string& dir, const Family& f) { return frame::JoinPath(dir.c_str(), f.def().db_name, ".DBF"); }
 
+// A whole number of a member of 1, 2 or 4 bytes.
+long long Whole(const char* m, std::size_t size, bool is_signed) {
+  if (size == 1) return is_signed ? static_cast<signed char>(*m) : static_cast<unsigned char>(*m);
+  if (size == 2) {
+    std::uint16_t v;
+    std::memcpy(&v, m, 2);
+    return is_signed ? static_cast<std::int16_t>(v) : v;
+  }
+  std::uint32_t v;
+  std::memcpy(&v, m, 4);
+  return is_signed ? static_cast<std::int32_t>(v) : v;
+}
+
 // A member of a fetched record as text (UTF-8).
 std::string MemberText(const Column& c, const char* rec) {
   const char* m = rec + c.offset;
-  char buf[32];
+  char buf[48];
   switch (c.conv) {
     case Conv::kText: return Cp1252ToUtf8(std::string_view(m, strnlen(m, c.size)));
     case Conv::kChar: return Cp1252ToUtf8(std::string_view(m, *m ? 1 : 0));
@@ -51,11 +64,46 @@ std::string MemberText(const Column& c, const char* rec) {
       std::snprintf(buf, sizeof buf, "%" PRId32, v);
       return buf;
     }
+    case Conv::kSigned:
+    case Conv::kUnsigned:
+    case Conv::kRaw16:
+    case Conv::kLetter:
+    case Conv::kTime:
+      std::snprintf(buf, sizeof buf, "%lld", Whole(m, c.size, c.conv == Conv::kSigned || c.conv == Conv::kTime));
+      return buf;
+    case Conv::kHex: std::snprintf(buf, sizeof buf, "%llx", Whole(m, c.size, false)); return buf;
+    case Conv::kFloat: {
+      float v;
+      std::memcpy(&v, m, sizeof v);
+      std::snprintf(buf, sizeof buf, "%g", static_cast<double>(v));
+      return buf;
+    }
+    case Conv::kCode: {
+      int v;
+      std::memcpy(&v, m, sizeof v);
+      const char letter = c.codes->to_letter(v);
+      return std::string(1, letter);
+    }
+    case Conv::kSkip: break;  // no member: not shown
   }
   return "";
 }
 
-bool IsNumber(const Column& c) { return c.conv == Conv::kInt || c.conv == Conv::kInt32 || c.conv == Conv::kFlagTF; }
+// Numbers stand bare in JSON; hexadecimal masks are texts there.
+bool IsNumber(const Column& c) {
+  switch (c.conv) {
+    case Conv::kInt:
+    case Conv::kInt32:
+    case Conv::kFlagTF:
+    case Conv::kSigned:
+    case Conv::kUnsigned:
+    case Conv::kRaw16:
+    case Conv::kLetter:
+    case Conv::kTime:
+    case Conv::kFloat: return true;
+    default: return false;
+  }
+}
 
 }  // namespace
 
@@ -84,10 +132,14 @@ int DumpFamily(const std::string& dir_arg, const std::string& name, Format fmt) 
   }
   const std::size_t n = f->def().column_count;
   std::string out;
+  // The columns a member holds, in the table's order.
+  std::vector<const Column*> shown;
+  for (std::size_t i = 0; i < n; ++i)
+    if (f->column(static_cast<int>(i)).conv != Conv::kSkip) shown.push_back(&f->column(static_cast<int>(i)));
   if (fmt == Format::kCsv || fmt == Format::kText) {
-    for (std::size_t i = 0; i < n; ++i) {
+    for (std::size_t i = 0; i < shown.size(); ++i) {
       if (i) out += fmt == Format::kCsv ? "," : "\t";
-      out += f->column(static_cast<int>(i)).name;
+      out += shown[i]->name;
     }
     out += '\n';
   } else {
@@ -97,8 +149,8 @@ int DumpFamily(const std::string& dir_arg, const std::string& name, Format fmt) 
   int count = 0;
   while (frame::FamilyFetch(*f, c, rec.data(), frame::Fill::kFull) == KVD_S_OK) {
     if (fmt == Format::kJson) out += count ? ",\n {" : "\n {";
-    for (std::size_t i = 0; i < n; ++i) {
-      const Column& col = f->column(static_cast<int>(i));
+    for (std::size_t i = 0; i < shown.size(); ++i) {
+      const Column& col = *shown[i];
       const std::string v = MemberText(col, rec.data());
       if (fmt == Format::kJson) {
         out += (i ? ", " : "") + JsonString(col.name) + ": " + (IsNumber(col) ? v : JsonString(v));
