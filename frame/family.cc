@@ -40,17 +40,17 @@ long long LoadWhole(const char* m, std::size_t size, bool is_signed) {
     case 1: {
       std::uint8_t v;
       std::memcpy(&v, m, 1);
-      return is_signed ? static_cast<std::int8_t>(v) : v;
+      return is_signed ? static_cast<long long>(static_cast<std::int8_t>(v)) : static_cast<long long>(v);
     }
     case 2: {
       std::uint16_t v;
       std::memcpy(&v, m, 2);
-      return is_signed ? static_cast<std::int16_t>(v) : v;
+      return is_signed ? static_cast<long long>(static_cast<std::int16_t>(v)) : static_cast<long long>(v);
     }
     default: {
       std::uint32_t v;
       std::memcpy(&v, m, 4);
-      return is_signed ? static_cast<std::int32_t>(v) : v;
+      return is_signed ? static_cast<long long>(static_cast<std::int32_t>(v)) : static_cast<long long>(v);
     }
   }
 }
@@ -104,8 +104,11 @@ std::string FloatText(float v, unsigned len) {
 // The conversions beyond text, letters and plain integers: column -> member.
 void ReadValue(const Column& c, FIELD4St* fld, char* m) {
   switch (c.conv) {
-    case Conv::kSigned:
-    case Conv::kUnsigned: StoreWhole(m, c.size, f4long(fld)); break;
+    case Conv::kSigned: StoreWhole(m, c.size, f4long(fld)); break;
+    case Conv::kUnsigned:
+      // f4long stops at the signed 32-bit range; an unsigned 32-bit member goes beyond it.
+      StoreWhole(m, c.size, c.size < 4 ? f4long(fld) : static_cast<long long>(f4double(fld)));
+      break;
     case Conv::kFloat: {
       const float v = static_cast<float>(f4double(fld));
       std::memcpy(m, &v, sizeof v);

@@ -33,15 +33,15 @@ std::string TableFile(const std::string& dir, const Family& f) { return frame::J
 
 // A whole number of a member of 1, 2 or 4 bytes.
 long long Whole(const char* m, std::size_t size, bool is_signed) {
-  if (size == 1) return is_signed ? static_cast<signed char>(*m) : static_cast<unsigned char>(*m);
+  if (size == 1) return is_signed ? static_cast<long long>(static_cast<signed char>(*m)) : static_cast<unsigned char>(*m);
   if (size == 2) {
     std::uint16_t v;
     std::memcpy(&v, m, 2);
-    return is_signed ? static_cast<std::int16_t>(v) : v;
+    return is_signed ? static_cast<long long>(static_cast<std::int16_t>(v)) : static_cast<long long>(v);
   }
   std::uint32_t v;
   std::memcpy(&v, m, 4);
-  return is_signed ? static_cast<std::int32_t>(v) : v;
+  return is_signed ? static_cast<long long>(static_cast<std::int32_t>(v)) : static_cast<long long>(v);
 }
 
 // A member of a fetched record as text (UTF-8).
