@@ -11,6 +11,14 @@ namespace {
 namespace fs = std::filesystem;
 using V = std::vector<std::string>;
 
+// The vocabulary counts on between its numbered entries: the last of each run lands before the
+// next numbered one.
+static_assert(DO_OBJNUM == 9 && DO_LVL_STS_8 == 19 && DO_INH_STS_8 == 39 && DO_TXT == 47);
+static_assert(DO_DELAY_OUT_STS_8 == 65 && DO_USR_GRP_REF_OBJ == 79 && DO_VIS_ALARM_STS_8 == 135);
+static_assert(DO_IS_STS_8_INH == 144 && DO_LIMIT_BW == 166 && DO_TXT5 == 176 && DO_PRN_STS_8_CHNGBL == 187);
+static_assert(DO_STS_INHGRP_BLKSTS4 == 198 && DO_STS_COUNT == 204 && NUM_DOATTR == DO_STS_COUNT + 1);
+static_assert(MP_BIN_STS_8 == 7 && MP_ANA_LIM_7 == 15 && PV_IEC == 30);
+
 _JOB_REC Job(const char* name, uint32_t type, const char* db = "", const char* field = "", uint16_t len = 0) {
   _JOB_REC r{};
   Put(r.szJobName, name);
