@@ -19,11 +19,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <map>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "bench/sqlite_ratio.h"
 #include "frame/family.h"
 #include "include/kvd_dataobj.h"
 
@@ -315,42 +315,6 @@ void BM_Query_Sqlite(benchmark::State& state) {
   Report(state, n);
 }
 
-// Runs every benchmark, then prints ours / SQLite for each pair from the same run.
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& r : runs) {
-      auto it = r.counters.find("per_s");
-      if (it != r.counters.end()) rates_[r.benchmark_name()] = it->second.value;
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
-  void Finalize() override {
-    ConsoleReporter::Finalize();
-    std::printf("\nours / SQLite (points or ids per second, same run):\n");
-    const char* const pairs[][3] = {{"MpR", "MpR/kvd", "MpR/sqlite"},
-                                    {"scan", "Scan/kvd", "Scan/sqlite"},
-                                    {"prefix", "Prefix/kvd", "Prefix/sqlite"},
-                                    {"QueryDOType MP", "Query/kvd/0", "Query/sqlite/0"},
-                                    {"QueryDOType PO", "Query/kvd/1", "Query/sqlite/1"},
-                                    {"QueryDOType SO", "Query/kvd/2", "Query/sqlite/2"},
-                                    {"QueryDOType REF", "Query/kvd/3", "Query/sqlite/3"},
-                                    {"QueryDOType none", "Query/kvd/4", "Query/sqlite/4"}};
-    for (const auto& p : pairs) {
-      const double ours = Rate(p[1]), theirs = Rate(p[2]);
-      if (ours > 0 && theirs > 0) std::printf("  %-17s %12.0f %12.0f  %6.2f\n", p[0], ours, theirs, ours / theirs);
-    }
-  }
-
- private:
-  double Rate(const std::string& prefix) const {
-    for (const auto& [name, v] : rates_)
-      if (name.rfind(prefix, 0) == 0) return v;
-    return 0;
-  }
-  std::map<std::string, double> rates_;
-};
-
 }  // namespace
 
 BENCHMARK(BM_MpR_Kvd)->Name("MpR/kvd")->UseRealTime();
@@ -364,7 +328,15 @@ BENCHMARK(BM_Query_Sqlite)->Name("Query/sqlite")->DenseRange(0, 4)->UseRealTime(
 
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
-  RatioReporter reporter;
+  kvd::bench::SqliteRatioReporter reporter("per_s", "points or ids",
+                                            {{"MpR", "MpR/kvd", "MpR/sqlite"},
+                                             {"scan", "Scan/kvd", "Scan/sqlite"},
+                                             {"prefix", "Prefix/kvd", "Prefix/sqlite"},
+                                             {"QueryDOType MP", "Query/kvd/0", "Query/sqlite/0"},
+                                             {"QueryDOType PO", "Query/kvd/1", "Query/sqlite/1"},
+                                             {"QueryDOType SO", "Query/kvd/2", "Query/sqlite/2"},
+                                             {"QueryDOType REF", "Query/kvd/3", "Query/sqlite/3"},
+                                             {"QueryDOType none", "Query/kvd/4", "Query/sqlite/4"}});
   benchmark::RunSpecifiedBenchmarks(&reporter);
   benchmark::Shutdown();
   return 0;

@@ -11,7 +11,7 @@
  * floats. Numbers of the tables' own width (int16_t, uint16_t, int32_t, uint32_t) are stored as
  * decimal text, masks as hexadecimal text. Every call answers with a status number of
  * include/kvd_frame.h unless its comment says otherwise; a cursor is freed by its closing call.
- * Nothing stays open between two calls but a cursor's table.
+ * A selection and its cursors belong to one thread at a time.
  */
 #ifndef KVD_DATAOBJ_H
 #define KVD_DATAOBJ_H
