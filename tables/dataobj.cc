@@ -25,6 +25,10 @@ using kvd::tables::kVfmtCode;
 // The id of a caller's member as a bounded text: the member may be filled to its last byte.
 std::string IdText(const char* id, std::size_t size) { return std::string(id, strnlen(id, size)); }
 
+// The records as callers compiled them: a change of layout is a change of the interface.
+static_assert(sizeof(_MP_STATE_REC) == 48 && sizeof(_MP_LIMIT_REC) == 8 && sizeof(_MP_REC) == 884);
+static_assert(sizeof(_PO_REC) == 324 && sizeof(_SO_REC) == 1640 && sizeof(_REF_REC) == 82);
+
 // ---- _MP.DBF: 141 columns, nine state blocks and seven limit pairs among them. ----
 
 template <std::size_t Size, unsigned Len>

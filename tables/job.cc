@@ -23,6 +23,9 @@ using kvd::frame::FamilyDef;
 using kvd::frame::KeyRule;
 using kvd::frame::Level;
 
+// The records as callers compiled them: a change of layout is a change of the interface.
+static_assert(sizeof(_PRM_REC) == 36 && sizeof(_JOB_REC) == 504 && sizeof(_DOATTR_REC) == 92);
+
 // A project-level table keyed by an upper-case name of 16 characters.
 void ProjectNamed(FamilyDef& s) {
   s.level = Level::kProject;

@@ -17,6 +17,9 @@ using kvd::frame::FamilyDef;
 using kvd::frame::FetchFilter;
 using kvd::frame::Fill;
 
+// The records as callers compiled them: a change of layout is a change of the interface.
+static_assert(sizeof(_SEC_REC) == 296 && sizeof(_DIRSEC_REC) == 48);
+
 const Column kSecColumns[] = {
     KVD_TEXT(_SEC_REC, szSecNo, "SECNO", 6, true),
     KVD_TEXT(_SEC_REC, szPntId, "PNTID", 22, true),

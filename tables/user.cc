@@ -16,6 +16,9 @@ using kvd::frame::FamilyDef;
 using kvd::frame::FetchFilter;
 using kvd::frame::Fill;
 
+// The records as callers compiled them: a change of layout is a change of the interface.
+static_assert(sizeof(_USER_REC) == 40 && sizeof(_USRPRFL_REC) == 6);
+
 // What both families share: I opens for reading (no backup) and answers 1 for a key that is
 // there; FC compares its pattern with the key as the index holds it.
 void Operators(FamilyDef& s) {
