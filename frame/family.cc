@@ -105,10 +105,13 @@ std::string FloatText(float v, unsigned len) {
 void ReadValue(const Column& c, FIELD4St* fld, char* m) {
   switch (c.conv) {
     case Conv::kSigned: StoreWhole(m, c.size, f4long(fld)); break;
-    case Conv::kUnsigned:
-      // f4long stops at the signed 32-bit range; an unsigned 32-bit member goes beyond it.
-      StoreWhole(m, c.size, c.size < 4 ? f4long(fld) : static_cast<long long>(f4double(fld)));
+    case Conv::kUnsigned: {
+      // f4long stops at the signed 32-bit range; an unsigned 32-bit member goes beyond it. A text
+      // beyond 32 bits (or no number at all) reads as 0.
+      const double v = c.size < 4 ? static_cast<double>(f4long(fld)) : f4double(fld);
+      StoreWhole(m, c.size, v > -4294967296.0 && v < 4294967296.0 ? static_cast<long long>(v) : 0);
       break;
+    }
     case Conv::kFloat: {
       const float v = static_cast<float>(f4double(fld));
       std::memcpy(m, &v, sizeof v);

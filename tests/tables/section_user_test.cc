@@ -177,6 +177,28 @@ TEST_F(Users, UsersKeepTheirPasswordsAndNamesAreUnique) {
   UsrCC(c);
 }
 
+TEST_F(Users, KeyCardNumbersUseAllThirtyTwoBits) {
+  _USER_REC top = User("TOP", "", 1);
+  top.ulKeyCardId = 4294967295u;
+  ASSERT_EQ(UsrI(sel_, &top), 0);
+  EXPECT_EQ(Raw("_USER.DBF", "KCID")[0], "     4294967295");
+  // A number another program wrote beyond 32 bits is no key card number.
+  {
+    Engine e;
+    DATA4St* d = d4open(&e.code, (dir_ + "_USER.DBF").c_str());
+    ASSERT_NE(d, nullptr);
+    d4top(d);
+    ASSERT_EQ(d4lock(d, d4recNo(d)), 0);
+    f4assign(d4field(d, "KCID"), "99999999999");
+    d4close(d);
+  }
+  _USER_REC r{};
+  Put(r.szUserName, "TOP");
+  r.ulKeyCardId = 7;
+  ASSERT_EQ(UsrR(sel_, &r), 0);
+  EXPECT_EQ(r.ulKeyCardId, 0u);
+}
+
 TEST_F(Users, ProfilesAreKeyedByTwoRightAlignedNumbers) {
   for (auto [p, f] : {std::pair{1, 20}, {1, 3}, {12, 5}, {2, 20}}) {
     _USRPRFL_REC r{static_cast<uint16_t>(p), static_cast<uint16_t>(f), 0};
