@@ -77,6 +77,7 @@ case "${1:-}" in
   bench)
     setup; build default
     ./build/default/bench/kvd_bench
-    ./build/default/bench/kvd_catalogue_bench ;;
+    ./build/default/bench/kvd_catalogue_bench
+    ./build/default/bench/kvd_dataobj_bench ;;
   *) sed -n '2,8p' "$0"; exit 2 ;;
 esac

@@ -16,11 +16,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <map>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "bench/sqlite_ratio.h"
 #include "frame/family.h"
 #include "include/kvd_directory.h"
 
@@ -274,34 +274,6 @@ void BM_Load_Kvd(benchmark::State& state) {
   Report(state, n);
 }
 
-// Runs every benchmark, then prints ours / SQLite for each pair from the same run.
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& r : runs) {
-      auto it = r.counters.find("rows_per_s");
-      if (it != r.counters.end()) rates_[r.benchmark_name()] = it->second.value;
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
-  void Finalize() override {
-    ConsoleReporter::Finalize();
-    std::printf("\nours / SQLite (rows per second, same run):\n");
-    for (const char* op : {"KeyedRead", "Scan", "Update", "Load"}) {
-      const double ours = Rate(std::string(op) + "/kvd"), theirs = Rate(std::string(op) + "/sqlite");
-      if (ours > 0 && theirs > 0)
-        std::printf("  %-10s %12.0f %12.0f  %6.2f\n", op, ours, theirs, ours / theirs);
-    }
-  }
-
- private:
-  double Rate(const std::string& prefix) const {
-    for (const auto& [name, v] : rates_)
-      if (name.rfind(prefix, 0) == 0) return v;
-    return 0;
-  }
-  std::map<std::string, double> rates_;
-};
 
 }  // namespace
 
@@ -316,7 +288,11 @@ BENCHMARK(BM_Load_Sqlite)->Name("Load/sqlite")->Unit(benchmark::kMillisecond)->I
 
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
-  RatioReporter reporter;
+  kvd::bench::SqliteRatioReporter reporter("rows_per_s", "rows",
+                                            {{"KeyedRead", "KeyedRead/kvd", "KeyedRead/sqlite"},
+                                             {"Scan", "Scan/kvd", "Scan/sqlite"},
+                                             {"Update", "Update/kvd", "Update/sqlite"},
+                                             {"Load", "Load/kvd", "Load/sqlite"}});
   benchmark::RunSpecifiedBenchmarks(&reporter);
   benchmark::Shutdown();
   return 0;

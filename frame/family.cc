@@ -59,11 +59,183 @@ std::string Trimmed(const std::string& text) {
   return KvLTrim(KvRTrim(buf.data()));
 }
 
+// A whole number of a member of 1, 2 or 4 bytes.
+long long LoadWhole(const char* m, std::size_t size, bool is_signed) {
+  switch (size) {
+    case 1: {
+      std::uint8_t v;
+      std::memcpy(&v, m, 1);
+      return is_signed ? static_cast<long long>(static_cast<std::int8_t>(v)) : static_cast<long long>(v);
+    }
+    case 2: {
+      std::uint16_t v;
+      std::memcpy(&v, m, 2);
+      return is_signed ? static_cast<long long>(static_cast<std::int16_t>(v)) : static_cast<long long>(v);
+    }
+    default: {
+      std::uint32_t v;
+      std::memcpy(&v, m, 4);
+      return is_signed ? static_cast<long long>(static_cast<std::int32_t>(v)) : static_cast<long long>(v);
+    }
+  }
+}
+
+void StoreWhole(char* m, std::size_t size, long long v) {
+  const std::uint32_t bits = static_cast<std::uint32_t>(v);  // the low bits, whatever the sign
+  if (size == 1) {
+    const std::uint8_t b = static_cast<std::uint8_t>(bits);
+    std::memcpy(m, &b, 1);
+  } else if (size == 2) {
+    const std::uint16_t b = static_cast<std::uint16_t>(bits);
+    std::memcpy(m, &b, 2);
+  } else {
+    std::memcpy(m, &bits, 4);
+  }
+}
+
+bool IsWhole(Conv c) { return c == Conv::kInt || c == Conv::kInt32 || c == Conv::kSigned || c == Conv::kUnsigned; }
+
+// "hh:mm:ss" as seconds: hours the number at the beginning, minutes the one behind the first ":",
+// seconds the one behind the next; a part that is not there is 0, each part a 16-bit number.
+std::int32_t TimeSeconds(const char* p, std::size_t len) {
+  const std::string t(p, len);
+  std::int16_t part[3] = {0, 0, 0};
+  std::size_t at = 0;
+  for (int i = 0; i < 3 && at <= t.size(); ++i) {
+    part[i] = static_cast<std::int16_t>(std::strtol(t.c_str() + at, nullptr, 10));
+    const std::size_t colon = t.find(':', at);
+    if (colon == std::string::npos) break;
+    at = colon + 1;
+  }
+  return (static_cast<std::int32_t>(part[0]) * 60 + part[1]) * 60 + part[2];
+}
+
+// A float as decimal text that fits `len` characters, right-aligned: as many decimals as fit, up
+// to six, without trailing zeros.
+std::string FloatText(float v, unsigned len) {
+  char buf[64] = "";
+  for (int dec = 6; dec >= 0; --dec) {
+    std::snprintf(buf, sizeof buf, "%.*f", dec, static_cast<double>(v));
+    std::string t = buf;
+    if (t.find('.') != std::string::npos) {
+      while (t.back() == '0') t.pop_back();
+      if (t.back() == '.') t.pop_back();
+    }
+    if (t.size() <= len) return std::string(len - t.size(), ' ') + t;
+  }
+  return std::string(len, '*');  // the engine's mark for a number its field cannot hold
+}
+
+// The conversions beyond text, letters and plain integers: column -> member.
+void ReadValue(const Column& c, FIELD4St* fld, char* m) {
+  switch (c.conv) {
+    case Conv::kSigned: StoreWhole(m, c.size, f4long(fld)); break;
+    case Conv::kUnsigned: {
+      // f4long stops at the signed 32-bit range; an unsigned 32-bit member goes beyond it. A text
+      // beyond 32 bits (or no number at all) reads as 0.
+      const double v = c.size < 4 ? static_cast<double>(f4long(fld)) : f4double(fld);
+      StoreWhole(m, c.size, v > -4294967296.0 && v < 4294967296.0 ? static_cast<long long>(v) : 0);
+      break;
+    }
+    case Conv::kFloat: {
+      const float v = static_cast<float>(f4double(fld));
+      std::memcpy(m, &v, sizeof v);
+      break;
+    }
+    case Conv::kRaw16: {
+      const unsigned char* p = reinterpret_cast<const unsigned char*>(f4ptr(fld));
+      const std::uint16_t v = p == nullptr || f4len(fld) < 2 ? 0 : static_cast<std::uint16_t>(p[0] | (p[1] << 8));
+      std::memcpy(m, &v, sizeof v);
+      break;
+    }
+    case Conv::kHex: StoreWhole(m, c.size, Kvf4hex(fld)); break;
+    case Conv::kLetter: StoreWhole(m, c.size, static_cast<unsigned char>(f4char(fld))); break;
+    case Conv::kCode: {
+      const int v = c.codes->from_letter(static_cast<char>(f4char(fld)));
+      std::memcpy(m, &v, sizeof v);
+      break;
+    }
+    case Conv::kTime: {
+      const std::int32_t v = TimeSeconds(f4ptr(fld), f4len(fld));
+      std::memcpy(m, &v, sizeof v);
+      break;
+    }
+    default: break;  // kSkip, and the kinds BufferToRecord handles itself
+  }
+}
+
+// Member -> column, for the same kinds.
+void WriteValue(const Column& c, FIELD4St* fld, const char* m) {
+  switch (c.conv) {
+    case Conv::kSigned: f4assignLong(fld, static_cast<long>(LoadWhole(m, c.size, true))); break;
+    case Conv::kUnsigned: f4assignLong(fld, static_cast<long>(LoadWhole(m, c.size, false))); break;
+    case Conv::kFloat: {
+      float v;
+      std::memcpy(&v, m, sizeof v);
+      if (c.type == 'N') {
+        f4assignDouble(fld, v);  // rounded to the column's decimals
+      } else {
+        const std::string t = FloatText(v, c.len);
+        f4assignN(fld, t.data(), static_cast<unsigned>(t.size()));
+      }
+      break;
+    }
+    case Conv::kRaw16: {
+      std::uint16_t v;
+      std::memcpy(&v, m, sizeof v);
+      const char bytes[2] = {static_cast<char>(v & 0xFF), static_cast<char>(v >> 8)};
+      f4assignN(fld, bytes, 2);
+      break;
+    }
+    case Conv::kHex: Kvf4assign_hex(fld, static_cast<std::uint32_t>(LoadWhole(m, c.size, false))); break;
+    case Conv::kLetter: f4assignChar(fld, static_cast<char>(LoadWhole(m, c.size, false))); break;
+    case Conv::kCode: {
+      int v;
+      std::memcpy(&v, m, sizeof v);
+      f4assignChar(fld, c.codes->to_letter(v));
+      break;
+    }
+    case Conv::kTime: {
+      std::int32_t v;
+      std::memcpy(&v, m, sizeof v);
+      char buf[32];
+      std::snprintf(buf, sizeof buf, "%02d:%02d:%02d", static_cast<int>(v / 3600), static_cast<int>(v / 60 % 60),
+                    static_cast<int>(v % 60));
+      f4assign(fld, buf);
+      break;
+    }
+    default: break;
+  }
+}
+
+// A member as the table stores it in its column: text blank-padded (or cut) to the width, whole
+// numbers right-aligned.
+std::string StoredForm(const Column& c, const void* rec) {
+  const char* m = Member(rec, c);
+  std::string t;
+  if (c.conv == Conv::kText) {
+    t.assign(m, strnlen(m, c.size));
+  } else if (IsWhole(c.conv)) {
+    t = std::to_string(LoadWhole(m, c.size, c.conv != Conv::kUnsigned));
+    if (t.size() < c.len) t.insert(0, c.len - t.size(), ' ');
+  } else if (c.conv == Conv::kChar || c.conv == Conv::kLetter) {
+    t.assign(1, *m);
+  }
+  t.resize(c.len, ' ');
+  return t;
+}
+
+unsigned KeyWidth(const Family& f) {
+  unsigned w = f.column(f.def().key_column).len;
+  if (f.def().key_column2 >= 0) w += f.column(f.def().key_column2).len;
+  return w;
+}
+
 // The key text for a seek, made from `name` by the family's rule into `key` (room for the key
 // column's width and the terminator). False when the name cannot be a key of this table: a name
 // longer than the key column matches no record.
 bool MakeKey(const Family& f, const char* name, std::string* key) {
-  const unsigned width = f.column(f.def().key_column).len;
+  const unsigned width = KeyWidth(f);
   std::string k = name != nullptr ? name : "";
   switch (f.def().key_rule) {
     case KeyRule::kTrim: k = Trimmed(k); break;
@@ -72,10 +244,11 @@ bool MakeKey(const Family& f, const char* name, std::string* key) {
       for (char& ch : k)
         if (ch >= 'a' && ch <= 'z') ch = static_cast<char>(ch - 'a' + 'A');
       break;
-    case KeyRule::kPad: break;
+    case KeyRule::kPad:
+    case KeyRule::kAsGiven: break;
   }
   if (k.size() > width) return false;
-  if (f.def().key_rule != KeyRule::kTrim) k.resize(width, ' ');
+  if (f.def().key_rule != KeyRule::kTrim && f.def().key_rule != KeyRule::kAsGiven) k.resize(width, ' ');
   *key = std::move(k);
   return true;
 }
@@ -83,6 +256,7 @@ bool MakeKey(const Family& f, const char* name, std::string* key) {
 // The key member of a record as a terminated text (the caller may have filled the member to the
 // last byte).
 std::string KeyOf(const Family& f, const void* rec) {
+  if (f.def().key_column2 >= 0) return StoredKey(f, rec);
   const Column& c = f.column(f.def().key_column);
   const char* m = Member(rec, c);
   return std::string(m, strnlen(m, c.size));
@@ -92,11 +266,22 @@ void SelectKeyTag(const Family& f, DATA4St* db) {
   if (f.def().key_tag != nullptr) d4tagSelect(db, d4tag(db, f.def().key_tag));
 }
 
+// The files a call opens: the family's own, or its import table's.
+struct TableFiles {
+  const char* db;
+  const char* index;
+};
+TableFiles FilesOf(const Family& f, bool import) {
+  if (import) return {f.def().import_db_name, f.def().import_index_name};
+  return {f.def().db_name, f.def().index_name};
+}
+
 // The table's index, unless it has none (then null, and that is no failure).
-bool OpenFamilyIndex(const Family& f, _SELECT_SD* s, DATA4St* db, INDEX4St** index) {
+bool OpenFamilyIndex(const Family& f, _SELECT_SD* s, DATA4St* db, INDEX4St** index, bool import = false) {
   *index = nullptr;
-  if (f.def().index_name == nullptr) return true;
-  *index = OpenIndex(s, f.Path(s), f.def().index_name, db, f.def().tags);
+  const char* name = FilesOf(f, import).index;
+  if (name == nullptr) return true;
+  *index = OpenIndex(s, f.Path(s), name, db, f.def().tags);
   return *index != nullptr;
 }
 
@@ -142,16 +327,16 @@ bool LockCurrent(DATA4St* db) { return d4lock(db, d4recNoLow(db)) == 0; }
 _CURSOR_SD* NewCursor() { return static_cast<_CURSOR_SD*>(std::calloc(1, sizeof(_CURSOR_SD))); }
 
 // Opens the cursor's table and index; on failure frees the cursor and answers 6 or 7.
-long OpenCursorTables(const Family& f, _SELECT_SD* s, _CURSOR_SD** out, int access) {
+long OpenCursorTables(const Family& f, _SELECT_SD* s, _CURSOR_SD** out, int access, bool import = false) {
   _CURSOR_SD* c = NewCursor();
   *out = c;
   if (c == nullptr) return KVD_S_NO_MEMORY;
-  c->lpDb = OpenTable(s, f.Path(s), f.def().db_name, f.fields(), access);
+  c->lpDb = OpenTable(s, f.Path(s), FilesOf(f, import).db, f.fields(), access);
   long status = KVD_S_OK;
   if (c->lpDb == nullptr) {
     status = KVD_S_OPEN_TABLE;
   } else {
-    if (!OpenFamilyIndex(f, s, c->lpDb, &c->lpNdx)) {
+    if (!OpenFamilyIndex(f, s, c->lpDb, &c->lpNdx, import)) {
       d4close(c->lpDb);
       status = KVD_S_OPEN_INDEX;
     }
@@ -301,7 +486,9 @@ void ReadFetched(const Family& f, DATA4St* db, void* rec, Fill fill) {
 bool HasPrefix(const Family& f, _CURSOR_SD* c) {
   FIELD4St* fld = f.def().prefix_column != nullptr ? d4field(c->lpDb, f.def().prefix_column) : nullptr;
   if (fld == nullptr) return false;
-  const std::size_t width = std::min<std::size_t>(static_cast<std::size_t>(f.def().prefix_width), f4len(fld));
+  const std::size_t wanted = f.def().prefix_width > 0 ? static_cast<std::size_t>(f.def().prefix_width)
+                                                     : std::strlen(c->szWildcard);
+  const std::size_t width = std::min<std::size_t>(wanted, f4len(fld));
   return std::strncmp(f4ptr(fld), c->szWildcard, width) == 0;
 }
 
@@ -366,6 +553,7 @@ void BufferToRecord(const Family& f, DATA4St* db, void* rec, Fill fill) {
         std::memcpy(m, &v, sizeof v);
         break;
       }
+      default: ReadValue(c, fld, m); break;
     }
   }
 }
@@ -397,6 +585,7 @@ void RecordToBuffer(const Family& f, DATA4St* db, const void* rec) {
         f4assignChar(fld, v > 0 ? 'T' : 'F');
         break;
       }
+      default: WriteValue(c, fld, m); break;
     }
   }
 }
@@ -434,10 +623,32 @@ long FamilyInsert(const Family& f, _SELECT_SD* s, void* rec) {
   return d4append(call.db()) == 0 ? KVD_S_OK : KVD_S_OPEN_TABLE;
 }
 
+namespace {
+
+// U of a family that changes one column of an existing record (update_column).
+long UpdateOneColumn(const Family& f, DATA4St* db, const void* rec) {
+  std::string key;
+  if (!MakeKey(f, KeyOf(f, rec).c_str(), &key) || d4seek(db, key.c_str()) != 0) return KVD_S_NOT_FOUND;
+  if (!LockCurrent(db)) return KVD_S_OPEN_TABLE;
+  const int i = f.def().update_column;
+  const Column& c = f.column(i);
+  FIELD4St* fld = FieldOf(db, c, i);
+  const char* m = Member(rec, c);
+  if (c.conv == Conv::kText) {
+    f4assignN(fld, m, static_cast<unsigned>(strnlen(m, c.size)));
+  } else {
+    WriteValue(c, fld, m);
+  }
+  return d4flush(db) == 0 ? KVD_S_OK : KVD_S_OPEN_TABLE;
+}
+
+}  // namespace
+
 long FamilyUpdate(const Family& f, _SELECT_SD* s, const void* rec) {
   OpenCall call(f, s, 1);
   if (call.status() != KVD_S_OK) return call.status();
   SelectKeyTag(f, call.db());
+  if (f.def().update_column >= 0) return UpdateOneColumn(f, call.db(), rec);
   // The private copy, with the listed members padded to their columns.
   std::vector<char> copy(static_cast<const char*>(rec), static_cast<const char*>(rec) + RecordSize(f));
   for (std::size_t i = 0; i < f.def().column_count; ++i) {
@@ -498,8 +709,9 @@ long FamilyOpenTagCursor(const Family& f, _SELECT_SD* s, const char* wildcard, _
 }
 
 long FamilyOpenAccessCursor(const Family& f, _SELECT_SD* s, const char* letters, _CURSOR_SD** cursor,
-                            int access) {
-  const long status = OpenCursorTables(f, s, cursor, access);
+                            int access, bool import) {
+  if (import && f.def().import_db_name == nullptr) import = false;  // a family without an import table
+  const long status = OpenCursorTables(f, s, cursor, access, import);
   if (status != KVD_S_OK) return status;
   _CURSOR_SD* c = *cursor;
   d4tagSelect(c->lpDb, d4tag(c->lpDb, "ACCESS"));
@@ -537,7 +749,7 @@ long FamilyFetch(const Family& f, _CURSOR_SD* c, void* rec, Fill fill) {
     ReadFetched(f, c->lpDb, rec, fill);
     d4skip(c->lpDb, 1);
     if (!filtered) return KVD_S_OK;
-    std::string key = KeyOf(f, rec);
+    std::string key = f.def().wild_on_stored_key ? StoredKey(f, rec) : KeyOf(f, rec);
     if (CompareWild(c->szWildcard, key.data()) == 0) return KVD_S_OK;
     if (d4eof(c->lpDb)) return KVD_S_NOT_FOUND;  // the record holds the last one rejected
   }
@@ -591,6 +803,12 @@ long FamilyDeleteImported(const Family& f, _SELECT_SD* s) {
 
 long FamilySeekCursor(const Family& f, _CURSOR_SD* c, void* rec) {
   if (c == nullptr) return KVD_S_NOT_FOUND;
+  if (f.def().seek_pads_member) {  // the caller's member is the key buffer: padded where it stands
+    const Column& k = f.column(f.def().key_column);
+    char* m = Member(rec, k);
+    m[k.size - 1] = '\0';
+    KvFillBlank(m, k.len);
+  }
   std::string key;
   if (!MakeKey(f, KeyOf(f, rec).c_str(), &key) || d4seek(c->lpDb, key.c_str()) != 0) return KVD_S_NOT_FOUND;
   BufferToRecord(f, c->lpDb, rec, Fill::kFull);
@@ -636,7 +854,74 @@ long FamilyCloseCursor(const Family& f, _CURSOR_SD* c) {
 
 long FamilyCheck(const Family& f, _SELECT_SD* s, char* msg, int max_msg) {
   if (s == nullptr || msg == nullptr) return KVD_S_NO_SELECTION;
-  return CheckDBStructure(s, f.def().db_name, f.fields(), msg, max_msg, 0);
+  const int where = f.def().check_in_project ? 1 : 0;
+  if (f.def().import_db_name == nullptr) return CheckDBStructure(s, f.def().db_name, f.fields(), msg, max_msg, where);
+  // The import table first, then the family's own: both report into the message, and the own
+  // table's status comes first.
+  const int imported = CheckDBStructure(s, f.def().import_db_name, f.fields(), msg, max_msg, where);
+  const int own = CheckDBStructure(s, f.def().db_name, f.fields(), msg, max_msg, where);
+  return own != KVD_S_OK ? own : imported;
+}
+
+std::string StoredKey(const Family& f, const void* rec) {
+  std::string k = StoredForm(f.column(f.def().key_column), rec);
+  if (f.def().key_column2 >= 0) k += StoredForm(f.column(f.def().key_column2), rec);
+  return k;
+}
+
+long FamilyFetchWhole(const Family& f, _CURSOR_SD* c, void* rec) {
+  if (c == nullptr || d4eof(c->lpDb)) return KVD_S_NOT_FOUND;
+  ReadFetched(f, c->lpDb, rec, Fill::kFull);
+  d4skip(c->lpDb, 1);
+  return KVD_S_OK;
+}
+
+bool MaskPasses(std::uint32_t w, std::uint32_t m) {
+  return (w & m & 0x000FFF00u) != 0 && (w & m & 0x8000007Fu) != 0 && ((m & 0x80u) == 0 || (w & 0x80u) != 0);
+}
+
+namespace {
+
+std::uint32_t CursorMask(const _CURSOR_SD* c) {
+  std::uint32_t m;
+  std::memcpy(&m, c->szWildcard, sizeof m);
+  return m;
+}
+
+// The word of the current row: the family's mask columns or-ed.
+std::uint32_t RowWord(const Family& f, DATA4St* db) {
+  std::uint32_t w = 0;
+  for (const char* name : f.def().mask_columns)
+    if (name != nullptr) w |= Kvf4hex(d4field(db, name));
+  return w;
+}
+
+// On from the current row to the first that passes the cursor's mask, or to the end.
+void SkipToPassing(const Family& f, _CURSOR_SD* c) {
+  const std::uint32_t m = CursorMask(c);
+  while (!d4eof(c->lpDb) && !MaskPasses(RowWord(f, c->lpDb), m))
+    if (d4skip(c->lpDb, 1) != 0) break;
+}
+
+}  // namespace
+
+long FamilyOpenMaskCursor(const Family& f, _SELECT_SD* s, std::uint32_t mask, _CURSOR_SD** cursor, int access) {
+  const long status = OpenCursorTables(f, s, cursor, access);
+  if (status != KVD_S_OK) return status;
+  _CURSOR_SD* c = *cursor;
+  SelectKeyTag(f, c->lpDb);
+  d4top(c->lpDb);
+  std::memcpy(c->szWildcard, &mask, sizeof mask);
+  SkipToPassing(f, c);
+  return KVD_S_OK;  // also when no row passes: the first FC answers 1
+}
+
+long FamilyFetchMasked(const Family& f, _CURSOR_SD* c, void* rec) {
+  if (c == nullptr || d4eof(c->lpDb)) return KVD_S_NOT_FOUND;
+  ReadFetched(f, c->lpDb, rec, Fill::kFull);
+  d4skip(c->lpDb, 1);
+  if (f.def().mask_lift == 0 || CursorMask(c) != f.def().mask_lift) SkipToPassing(f, c);
+  return KVD_S_OK;
 }
 
 }  // namespace kvd::frame

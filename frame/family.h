@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "include/kvd_frame.h"
@@ -22,6 +23,21 @@ enum class Conv : std::uint8_t {
   kInt,      // int <-> decimal text, right-aligned
   kInt32,    // int32_t <-> decimal text, right-aligned
   kFlagTF,   // int: "T" reads as 1, anything else 0; written "T" when above 0, else "F"
+  kSigned,   // signed whole number of the member's size (1, 2 or 4 bytes) <-> decimal text or N
+  kUnsigned, // unsigned whole number of the member's size (1, 2 or 4 bytes) <-> decimal text or N
+  kFloat,    // 32-bit float <-> decimal text with a fraction, or an N column with its decimals
+  kRaw16,    // uint16_t <-> the column's two bytes as they stand, the first one low: a binary value
+  kHex,      // unsigned of the member's size (2 or 4 bytes) <-> hexadecimal text (Kvf4hex)
+  kLetter,   // unsigned of the member's size <-> one character, widened (and cut back on writing)
+  kCode,     // an enumeration (int) <-> its letter, through the column's LetterCode
+  kTime,     // int32_t seconds <-> "hh:mm:ss"; missing parts read as 0
+  kSkip,     // a column of the table that no member has: neither read nor written (a new row is blank)
+};
+
+// An enumeration stored as one letter: the two directions of its code set.
+struct LetterCode {
+  int (*from_letter)(char letter);
+  char (*to_letter)(int value);
 };
 
 struct Column {
@@ -35,6 +51,7 @@ struct Column {
   bool trim;                 // trimmed at both ends after a read
   bool pad;                  // padded to the column width in the private copy a write makes
   bool brief;                // filled by the brief fetch (FC of a family that also has FC2)
+  const LetterCode* codes = nullptr;  // Conv::kCode: the code set
 };
 
 // Text column: the member must be one longer than the column.
@@ -49,10 +66,30 @@ constexpr Column ValueColumn(const char* name, unsigned short len, Conv conv, st
   return Column{name, 'C', len, 0, conv, offset, size, false, false, brief};
 }
 
+constexpr Column NumberColumn(const char* name, unsigned short len, unsigned short dec, Conv conv, std::size_t offset,
+                              std::size_t size) {
+  return Column{name, 'N', len, dec, conv, offset, size, false, false, false};
+}
+
+constexpr Column SkipColumn(const char* name, unsigned short len) {
+  return Column{name, 'C', len, 0, Conv::kSkip, 0, 0, false, false, false};
+}
+
+constexpr Column CodeColumn(const char* name, const LetterCode* codes, std::size_t offset, std::size_t size,
+                            bool brief = false) {
+  return Column{name, 'C', 1, 0, Conv::kCode, offset, size, false, false, brief, codes};
+}
+
 #define KVD_TEXT(REC, member, name, len, ...) \
   ::kvd::frame::TextColumn<sizeof(REC::member), len>(name, offsetof(REC, member), __VA_ARGS__)
 #define KVD_VALUE(REC, member, name, len, conv, ...) \
   ::kvd::frame::ValueColumn(name, len, ::kvd::frame::Conv::conv, offsetof(REC, member), sizeof(REC::member), ##__VA_ARGS__)
+
+#define KVD_NUMBER(REC, member, name, len, dec, conv) \
+  ::kvd::frame::NumberColumn(name, len, dec, ::kvd::frame::Conv::conv, offsetof(REC, member), sizeof(REC::member))
+#define KVD_CODE(REC, member, name, codes) \
+  ::kvd::frame::CodeColumn(name, codes, offsetof(REC, member), sizeof(REC::member))
+#define KVD_SKIP(name, len) ::kvd::frame::SkipColumn(name, len)
 
 enum class Level : std::uint8_t { kVersion, kProject };
 
@@ -61,6 +98,7 @@ enum class KeyRule : std::uint8_t {
   kPad,       // blank-padded to the key column's width: an exact key
   kTrim,      // trimmed at both ends: a shorter name finds the first key it begins
   kPadUpper,  // padded and in upper case, for a tag on upper(column): the name's case does not count
+  kAsGiven,   // the text as it stands: a shorter one finds the first key it begins
 };
 
 // What FC tests before it gives a record. A cursor with an empty szWildcard has no filter.
@@ -68,7 +106,8 @@ enum class FetchFilter : std::uint8_t {
   kNone,    // every record from the position on
   kWild,    // the key member against the cursor's pattern (CompareWild); the scan goes to the end
   kPrefix,  // `prefix_width` characters of `prefix_column`, as stored, against szWildcard (strncmp):
-            // the first record that differs answers 1 and is neither read nor passed
+            // the first record that differs answers 1 and is neither read nor passed; width 0:
+            // as many characters as the cursor's key has
 };
 
 // How OC seeks a wildcard and what it keeps of it in szWildcard.
@@ -127,6 +166,18 @@ struct FamilyDef {
                                      // with it, name with extension ("_X.MDX")
   bool deletes_fetched = false;      // the family has DC: FC keeps the record it read in the
                                      // family's fetch mark
+  int key_column2 = -1;              // a second column whose stored form follows the first's in the
+                                     // key (numbers right-aligned, as the engine stores them)
+  bool wild_on_stored_key = false;   // FC's pattern is compared with the key as stored (padded,
+                                     // numbers right-aligned), not with the trimmed member
+  bool seek_pads_member = false;     // SCId pads the record's key member in place before it seeks
+  int update_column = -1;            // U changes only this column of an existing record and answers
+                                     // 1 to a key that is missing; -1: U writes every column and adds
+  const char* import_db_name = nullptr;     // the parallel import table of the same definition,
+  const char* import_index_name = nullptr;  //   opened by OCAccess on request and checked first
+  bool check_in_project = false;     // CheckDBStructure looks in the project directory
+  const char* mask_columns[2] = {};  // the mask cursor: hexadecimal columns or-ed into a row's word
+  std::uint32_t mask_lift = 0;       //   a request that passes every row after the first; 0: none
 };
 
 // A family: its definition and the fields made made from its columns.
@@ -186,9 +237,21 @@ long FamilyOpenSecondCursor(const Family& f, _SELECT_SD* s, const char* wildcard
 // it fills the key column or ends in "?".
 long FamilyOpenTagCursor(const Family& f, _SELECT_SD* s, const char* wildcard, _CURSOR_SD** cursor,
                          int access, int tag);
+// `import`: on the family's import table in place of its own.
 long FamilyOpenAccessCursor(const Family& f, _SELECT_SD* s, const char* letters, _CURSOR_SD** cursor,
-                            int access);
+                            int access, bool import = false);
+// The mask cursor: rows whose word (the family's mask columns or-ed) passes `mask` by MaskPasses.
+// OC stands on the first row that passes; FC gives it and moves on to the next that passes (with
+// the family's mask_lift as `mask`: on to the next row). The mask is kept in szWildcard's first
+// four bytes.
+long FamilyOpenMaskCursor(const Family& f, _SELECT_SD* s, std::uint32_t mask, _CURSOR_SD** cursor, int access);
+long FamilyFetchMasked(const Family& f, _CURSOR_SD* c, void* rec);
+// The selection mask: the row's word `w` and the request `m` share a category bit (0x000FFF00) and
+// an object bit (0x8000007F), and `w` has the required bit 0x80 when `m` has it.
+bool MaskPasses(std::uint32_t w, std::uint32_t m);
 long FamilyFetch(const Family& f, _CURSOR_SD* c, void* rec, Fill fill);
+// FC2 of a family whose FC filters: every record from the position on, whole, with no filter.
+long FamilyFetchWhole(const Family& f, _CURSOR_SD* c, void* rec);
 long FamilyFetchAccess(const Family& f, _CURSOR_SD* c, void* rec);
 long FamilyWrite(const Family& f, _CURSOR_SD* c, const void* rec);
 long FamilyWriteAccess(const Family& f, _CURSOR_SD* c, const void* rec);
@@ -202,6 +265,10 @@ long FamilyCloseCursor(_CURSOR_SD* c);
 // CC of a family with DC: packs the table when DC deleted, and forgets the fetch mark.
 long FamilyCloseCursor(const Family& f, _CURSOR_SD* c);
 long FamilyCheck(const Family& f, _SELECT_SD* s, char* msg, int max_msg);
+
+// The key of a record as the index holds it: the key column's stored form, and the second key
+// column's behind it.
+std::string StoredKey(const Family& f, const void* rec);
 
 // Record <-> current table record, and the trim of the listed members.
 void BufferToRecord(const Family& f, DATA4St* db, void* rec, Fill fill);

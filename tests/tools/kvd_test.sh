@@ -186,6 +186,34 @@ out=$("$kvd" check "$v"); rc=$?
 [ "$(sha256sum <"$v/_DIRAS.DBF")" = "$before" ]; check "check changes nothing" $?
 out=$("$kvd" dump "$v" DirAs); check "dump through the family adapts the old table" $?
 grep -q '^KEPT' <<<"$out" && "$kvd" check "$v" >/dev/null; check "after the adaption the table is in order" $?
+"$kvd" dump "$v" Mp --json >"$dir/mp.json"  # too long for one argument
+py "$dir/mp.json" <<'PY'
+import json, sys
+rows = json.load(open(sys.argv[1]))
+assert len(rows) >= 200, len(rows)
+ids = [r["POINTID"] for r in rows]
+assert ids == sorted(ids), "id order"
+flow = next(r for r in rows if r["POINTID"] == "PS1.P1.FLOW")
+assert flow["BINANA"] == "A" and flow["UNIT"] == "M3H" and flow["STATUS4"] == "HIGH HIGH", flow
+assert flow["LIMIT4"] == 760 and flow["RANGEEND"] == 800 and flow["VF"] == "F", flow
+assert "SPLTID" not in flow  # a column no member has
+PY
+check "dump DIR Mp --json: the demo's points with states and limits" $?
+out=$("$kvd" seek "$v" mp PS2.V1.FAULT); rc=$?
+[ $rc -eq 0 ] && grep -q $'^PS2.V1.FAULT\tPS2.V1 fault' <<<"$out" && grep -q 'MAINT' <<<"$out"; check "seek DIR Mp ID" $?
+"$kvd" seek "$v" Mp NO.SUCH.POINT >/dev/null; [ $? -eq 3 ]; check "seek DIR FAMILY: a missing key, exit 3" $?
+out=$("$kvd" seek "$v" Up 2 10 --csv 2>/dev/null); rc=$?
+[ $rc -eq 0 ] && [ "$(sed -n 2p <<<"$out")" = "2,10,E" ]; check "seek DIR Up PROFILE FUNCTION" $?
+"$kvd" seek "$v" Up 2 >/dev/null 2>&1; [ $? -eq 2 ]; check "seek DIR Up with one number: exit 2" $?
+[ "$("$kvd" dump "$v" Usr | awk -F'\t' 'NR > 1 { print $1 $5 }' | tr '\n' ' ')" = \
+  "ADMINE ENGINEERE OPERATOR1I OPERATOR2I OPERATOR3I OPERATOR4I SHIFT1E " ]; check "dump DIR Usr: entered and imported users" $?
+out=$("$kvd" dump "$plant/BOILER" Job); rc=$?
+[ $rc -eq 0 ] && [ "$(wc -l <<<"$out")" -eq 9 ] && grep -q '^SHOWDESCR' <<<"$out"; check "dump PROJECTDIR Job: the jobs at project level" $?
+"$kvd" seek "$plant/BOILER" DoAttr description >/dev/null; check "seek DIR DoAttr finds a name in any case" $?
+for fam in Po So Ref Sec SecPointId Dirsec Up DoAttr; do
+  d="$v"; case $fam in DoAttr) d="$plant/WATER";; esac
+  [ "$("$kvd" dump "$d" $fam | wc -l)" -gt 1 ] || { echo "no rows: $fam"; false; }
+done; check "dump DIR FAMILY: every family of the demo has rows" $?
 "$kvd" dump "$v" NoSuchFamily 2>/dev/null; [ $? -eq 1 ]; check "an unknown family: exit 1" $?
 "$kvd" dump "$dir/nowhere/" Dirfig 2>/dev/null; [ $? -eq 1 ]; check "a directory without the table: exit 1, nothing made" $?
 [ ! -e "$dir/nowhere" ]; check "nothing made for a missing directory" $?

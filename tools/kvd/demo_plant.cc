@@ -133,7 +133,8 @@ int DemoPlant(const std::string& dir_arg) {
     std::memset(r.achPwd, ' ', sizeof r.achPwd);
     std::string comment = p.comment;
     r.lpKomment = comment.data();
-    ok = Check(ProjektInsert(sel, &r), std::string("project ") + p.name) && WriteDictionary(admin + p.dir + "/");
+    ok = Check(ProjektInsert(sel, &r), std::string("project ") + p.name) && WriteDictionary(admin + p.dir + "/") &&
+         WriteDemoJobs(admin + p.dir + "/") == 0;
     _SELECT_SD* project = ok ? Select(p.name, nullptr, 'K') : nullptr;
     for (const VersionDemo& v : p.versions) {
       if (!ok || project == nullptr) break;
@@ -145,7 +146,7 @@ int DemoPlant(const std::string& dir_arg) {
       vr.lpKomment = vcomment.data();
       const std::string vdir = admin + p.dir + "/" + v.name + "/";
       ok = Check(VersionInsert(project, &vr), std::string("version ") + p.name + " " + v.name) &&
-           WriteDemoVersion(vdir, false) == 0 && WriteTextLists(vdir);
+           WriteDemoVersion(vdir, false, true, std::strcmp(p.name, "BOILER") == 0) == 0 && WriteTextLists(vdir);
       versions += ok;
     }
     Unselect(project);
@@ -153,8 +154,9 @@ int DemoPlant(const std::string& dir_arg) {
   }
   Unselect(sel);
   if (!ok) return 1;
-  std::printf("demo plant written to %s: %d projects, %d versions, each version with _DIRFIG.DBF, _DIRAS.DBF "
-              "and its text lists\n",
+  std::printf("demo plant written to %s: %d projects with jobs and attributes, %d versions, each version with "
+              "_DIRFIG.DBF, _DIRAS.DBF, its text lists, measuring points, process, system and reference objects, "
+              "sections, users and profiles\n",
               admin.c_str(), projects, versions);
   std::printf("look at it with:  kvd --admin %s projects   (or KVD_TELMOR_INI=%sTELMOR.INI kvd projects)\n",
               admin.c_str(), admin.c_str());

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "engine/d4all.h"
+#include "platform/file.h"
 #include "tools/kvd/commands.h"
 #include "tools/kvd/reader.h"
 #include "tools/kvd/record_out.h"
@@ -48,11 +49,13 @@ void PrintIndex(Reader& r) {
 }
 
 int CmdSeek(const Args& args) {
-  const char* usage = "usage: kvd seek TABLE TAG KEY [--csv|--json]\n";
+  const char* usage = "usage: kvd seek TABLE TAG KEY [--csv|--json]\n       kvd seek DIR FAMILY KEY [KEY2] [--csv|--json]\n";
   Format fmt = Format::kText;
   Args words;
   for (const std::string& a : args)
     if (!ParseFormat(a, &fmt)) words.push_back(a);
+  if (words.size() >= 3 && platform::DirectoryExists(words[0]))
+    return SeekFamily(words[0], words[1], Args(words.begin() + 2, words.end()), fmt);
   if (words.size() != 3) return UsageError(usage);
   const std::string& given = words[2];
   std::string key;
