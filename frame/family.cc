@@ -526,13 +526,21 @@ Family::Family(const FamilyDef& def) : def_(def) {
     fields_.push_back(FIELD4INFO{c.name, static_cast<short>(c.type), c.len, c.dec, 0});
   }
   fields_.push_back(FIELD4INFO{nullptr, 0, 0, 0, 0});
+  for (std::size_t i = 0; i < def.column_count; ++i) {
+    const Column& c = def.columns[i];
+    const bool trims = c.conv == Conv::kText && c.trim;
+    for (Fill fill : {Fill::kFull, Fill::kBrief}) {
+      if (!Wanted(c, fill)) continue;
+      (fill == Fill::kFull ? full_ : brief_).push_back(static_cast<int>(i));
+      if (trims) (fill == Fill::kFull ? full_trim_ : brief_trim_).push_back(static_cast<int>(i));
+    }
+  }
 }
 
 void BufferToRecord(const Family& f, DATA4St* db, void* rec, Fill fill) {
   FIELD4St* const* fields = ColumnFields(f, db);
-  for (std::size_t i = 0; i < f.def().column_count; ++i) {
-    const Column& c = f.column(static_cast<int>(i));
-    if (!Wanted(c, fill)) continue;
+  for (const int i : f.filled(fill)) {
+    const Column& c = f.column(i);
     FIELD4St* fld = fields[i];
     char* m = Member(rec, c);
     switch (c.conv) {
@@ -591,10 +599,7 @@ void RecordToBuffer(const Family& f, DATA4St* db, const void* rec) {
 }
 
 void TrimRecord(const Family& f, void* rec, Fill fill) {
-  for (std::size_t i = 0; i < f.def().column_count; ++i) {
-    const Column& c = f.column(static_cast<int>(i));
-    if (c.conv == Conv::kText && c.trim && Wanted(c, fill)) KvRTrim(KvLTrim(Member(rec, c)));
-  }
+  for (const int i : f.trimmed(fill)) KvRTrim(KvLTrim(Member(rec, f.column(i))));
 }
 
 long FamilyRead(const Family& f, _SELECT_SD* s, const char* name, void* rec) {
