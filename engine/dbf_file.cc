@@ -72,28 +72,32 @@ Status DbfFile::Open(std::string_view path, const OpenOptions& opt, std::unique_
 
 Status DbfFile::ParseHeader(std::uint64_t size) {
   const std::string& p = file_->path();
-  // One read brings the header of most tables whole; a longer one (many fields) is read again at
-  // its length. The size is the open's: enough to judge the header, and a count that seems to run
-  // past it is judged again against the size now (below).
-  std::vector<unsigned char> head(kHeaderReadSize);
-  std::size_t got = 0;
+  // A mapping that this process keeps serves the header where it lies: its readable part is the
+  // file as the open found it. Otherwise one read brings the header of most tables whole; a longer
+  // one (many fields) is read again at its length. The size is the open's: enough to judge the
+  // header, and a count that seems to run past it is judged again against the size now (below).
+  std::vector<unsigned char> head;
+  const unsigned char* h = nullptr;
   if (map_.size() != 0) {
-    got = static_cast<std::size_t>(std::min<std::uint64_t>(head.size(), map_.size()));
-    std::memcpy(head.data(), map_.data(), got);
+    h = reinterpret_cast<const unsigned char*>(map_.data());
+    size = map_.size();
+    if (size < dbf::kHeaderSize) return KVD_CORRUPT(p, 0, "file shorter than a table header");
   } else {
+    head.resize(kHeaderReadSize);
+    std::size_t got = 0;
     KVD_RETURN_IF_ERROR(file_->ReadAt(0, head.data(), head.size(), &got));
+    if (got < head.size()) size = got;  // the read reached the end: this is the whole file
+    if (size < dbf::kHeaderSize) return KVD_CORRUPT(p, 0, "file shorter than a table header");
+    const std::size_t want = std::max<unsigned>(GetLE16(head.data() + dbf::kOffHeaderLen), dbf::kHeaderSize);
+    if (want > got && got == head.size()) {
+      head.resize(want);
+      KVD_RETURN_IF_ERROR(file_->ReadAt(0, head.data(), head.size(), &got));
+      if (got < want) size = got;
+    }
+    size = std::max<std::uint64_t>(size, got);
+    head.resize(std::min(want, got));
+    h = head.data();
   }
-  if (got < head.size()) size = got;  // the read reached the end: this is the whole file
-  if (size < dbf::kHeaderSize) return KVD_CORRUPT(p, 0, "file shorter than a table header");
-  const std::size_t want = std::max<unsigned>(GetLE16(head.data() + dbf::kOffHeaderLen), dbf::kHeaderSize);
-  if (want > got && got == head.size()) {
-    head.resize(want);
-    KVD_RETURN_IF_ERROR(file_->ReadAt(0, head.data(), head.size(), &got));
-    if (got < want) size = got;
-  }
-  size = std::max<std::uint64_t>(size, got);
-  head.resize(std::min(want, got));
-  const unsigned char* h = head.data();
   flags_ = h[dbf::kOffFlags];
   version_ = h[dbf::kOffVersion];
   if (!IsKnownVersion(version_)) return KVD_CORRUPT(p, 0, "unknown table version byte");
