@@ -192,10 +192,12 @@ static DATA4St* OpenTable(CODE4* code, const std::string& name, bool quiet_when_
   opt.delay_ms = code->lockDelay;
   std::unique_ptr<DbfFile> dbf;
   Status s = DbfFile::Open(name, opt, &dbf);
-  // A memo compression that a crash interrupted is finished before the table is used. It is looked
-  // for once the table is open (its directory is known then: one stat); when it waits, or when the
-  // open failed, the open is made again after the recovery.
-  if (!s.ok() || InterruptedCompressWaits(*dbf, name)) {
+  // A memo compression (or a replace of table and memo) that a crash interrupted is finished before
+  // the table is used. It is looked for once the table is open (its directory is known then: one
+  // stat), and only for a table with memo fields: one without never reads the memo file, so the new
+  // memo standing in place beside it does it no harm (ReplaceTablePair throws the waiting table
+  // away). When it waits, or when the open failed, the open is made again after the recovery.
+  if (!s.ok() || (dbf->memo_kind() != MemoKind::kNone && InterruptedCompressWaits(*dbf, name))) {
     dbf.reset();
     if (RecoverInterruptedCompress(name) || s.ok()) s = DbfFile::Open(name, opt, &dbf);
   }

@@ -117,7 +117,7 @@ Status SyncFileByName(std::string_view path) {
 }  // namespace
 
 Status ReplaceTablePair(std::string_view built_table, std::string_view built_memo, std::string_view table,
-                        bool* committed) {
+                        bool* committed, bool table_has_memo) {
   *committed = false;
   KVD_RETURN_IF_ERROR(SyncFileByName(built_table));
   if (!built_memo.empty()) KVD_RETURN_IF_ERROR(SyncFileByName(built_memo));
@@ -133,7 +133,7 @@ Status ReplaceTablePair(std::string_view built_table, std::string_view built_mem
   const std::string new_table = PendingName(table, "dbf");
   // What an earlier replace or compression left, read as RecoverInterruptedCompress reads it: a
   // waiting table without its memo beside it is the new table of a pair whose memo is in place.
-  if (platform::FileExistsAsSpelled(new_table) && !platform::FileExists(new_memo))
+  if (table_has_memo && platform::FileExistsAsSpelled(new_table) && !platform::FileExists(new_memo))
     return Status::Busy("an interrupted replace of " + std::string(table) + " waits for the next open to finish it");
   platform::RemoveFile(new_memo);
   platform::RemoveFile(new_table);

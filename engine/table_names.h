@@ -43,10 +43,13 @@ bool InterruptedCompressWaits(DbfFile& dbf, std::string_view table_name);
 // even if an error follows (the next open finishes the job). On an error before that, the old
 // files are untouched and the built files may have been moved away (the caller removes what is
 // left of them). An interrupted replace of this table still waiting for its open (the new table
-// under the fixed name, its memo already in place) is never thrown away: kBusy.
+// under the fixed name, its memo already in place) is never thrown away while `table` has memo
+// fields (`table_has_memo`): kBusy. A table without memo fields never read the memo put in place,
+// and its opens do not look for a waiting table (one system call less per open): what waits is
+// stale, and goes.
 // The memo file of the old table is left to the caller when the new one has none or names it
 // differently (.DBT): it can only go once the caller's own open of it is closed.
 Status ReplaceTablePair(std::string_view built_table, std::string_view built_memo, std::string_view table,
-                        bool* committed);
+                        bool* committed, bool table_has_memo = true);
 
 }  // namespace kvd::engine

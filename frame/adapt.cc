@@ -171,7 +171,8 @@ class Rebuild {
     bool new_has_memo = false;
     for (const FIELD4INFO& f : wanted_) new_has_memo |= Upper(f.type) == 'M';
     bool committed = false;
-    Status s = engine::ReplaceTablePair(temp_, new_has_memo ? temp_memo_ : std::string(), table_, &committed);
+    Status s = engine::ReplaceTablePair(temp_, new_has_memo ? temp_memo_ : std::string(), table_, &committed,
+                                        /*table_has_memo=*/!old_memo.empty());
     if (!committed) return Fail(s);
     // The new table is the table now (if the last rename failed, the next open completes it). Our
     // open of the old files goes; then an old memo that the new table does not use.

@@ -242,6 +242,40 @@ TEST_F(ReplacePairTest, LeftoversOfAnEarlierReplace) {
   EXPECT_TRUE(Leftovers().empty());
 }
 
+// A table without memo fields never reads the memo file: its opens do not look for a waiting
+// table, and the next replace throws one away.
+TEST_F(ReplacePairTest, AWaitingTableOfATableWithoutMemoIsThrownAway) {
+  const FIELD4INFO plain[] = {{"ID", 'C', 4, 0, 0}, {nullptr, 0, 0, 0, 0}};
+  DATA4St* p = d4create(&e.code, (dir / "p").c_str(), plain, nullptr);
+  ASSERT_NE(p, nullptr);
+  d4appendStart(p, 0);
+  d4blank(p);
+  f4assign(d4field(p, "ID"), "kept");
+  ASSERT_EQ(d4append(p), 0);
+  d4close(p);
+  WriteAll(dir / ".p.DBF.compress-dbf", {1, 2, 3});  // a replace that died after its memo moved
+  p = d4open(&e.code, (dir / "p").c_str());
+  ASSERT_NE(p, nullptr) << error4lastDetail(&e.code);
+  d4top(p);
+  EXPECT_EQ(Str(d4field(p, "ID")), "kept") << "the table in place, not what waits";
+  EXPECT_TRUE(std::filesystem::exists(dir / ".p.DBF.compress-dbf"));
+  Build("n", "new", "new memo");
+  ASSERT_EQ(d4accessAlone(p, 1), 0);
+  bool committed = false;
+  Status s = engine::ReplaceTablePair(dir / "n.DBF", dir / "n.FPT", d4fileName(p), &committed,
+                                      /*table_has_memo=*/false);
+  ASSERT_TRUE(s.ok()) << s.ToString();
+  EXPECT_TRUE(committed);
+  d4close(p);
+  p = d4open(&e.code, (dir / "p").c_str());
+  ASSERT_NE(p, nullptr) << error4lastDetail(&e.code);
+  d4top(p);
+  EXPECT_EQ(Str(d4field(p, "ID")), "new");
+  EXPECT_EQ(NewMemo(p), "new memo");
+  d4close(p);
+  EXPECT_TRUE(Leftovers().empty());
+}
+
 TEST_F(ReplacePairTest, FailureBeforeTheMemoMovesLeavesTheOldPair) {
   Add("old", "old memo");
   Build("n", "new", "new memo");
