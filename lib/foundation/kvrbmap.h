@@ -233,11 +233,33 @@ class KvRbMap {
     }
     return p == _qHead ? nullptr : p;
   }
+  // The comparison: a map made with the default one calls it directly, so that it is inlined and
+  // the search loops keep the map's fields in registers; any other goes through the pointer.
+  struct _ByPointer {
+    CMP f;
+    int operator()(const K* a, const K* b) const { return f(a, b); }
+  };
+  struct _ByDefault {
+    int operator()(const K* a, const K* b) const { return KvRbMapDefCompare(a, b); }
+  };
+  static constexpr bool kHasDefault = requires(const K* a) { KvRbMapDefCompare(a, a); };
+  template <class F>
+  decltype(auto) _WithCmp(F&& f) const {
+    if constexpr (kHasDefault) {
+      if (_cmp == static_cast<CMP>(&KvRbMapDefCompare)) return f(_ByDefault{});
+    }
+    return f(_ByPointer{_cmp});
+  }
+
   // The first entry of the key in order, or null.
   PNODE _LowerBound(const K& key) const {
+    return _WithCmp([&](auto cmp) { return _LowerBoundBy(cmp, key); });
+  }
+  template <class C>
+  PNODE _LowerBoundBy(C cmp, const K& key) const {
     PNODE found = nullptr;
     for (PNODE x = _Root(); x != _qZ;) {
-      const int c = _cmp(&key, &x->_k);
+      const int c = cmp(&key, &x->_k);
       if (c <= 0) {
         if (c == 0) found = x;
         x = x->_qLeft;
@@ -248,9 +270,13 @@ class KvRbMap {
     return found;
   }
   PNODE _LastOfKey(const K& key) const {
+    return _WithCmp([&](auto cmp) { return _LastOfKeyBy(cmp, key); });
+  }
+  template <class C>
+  PNODE _LastOfKeyBy(C cmp, const K& key) const {
     PNODE found = nullptr;
     for (PNODE x = _Root(); x != _qZ;) {
-      const int c = _cmp(&key, &x->_k);
+      const int c = cmp(&key, &x->_k);
       if (c >= 0) {
         if (c == 0) found = x;
         x = x->_qRight;
@@ -267,43 +293,49 @@ class KvRbMap {
 
   // ---- insertion, top-down
   PNODE _Insert(const T& value, const K& key, bool unique) {
+    return _WithCmp([&](auto cmp) { return const_cast<KvRbMap*>(this)->_InsertBy(cmp, value, key, unique); });
+  }
+  template <class C>
+  PNODE _InsertBy(C cmp, const T& value, const K& key, bool unique) {
     PNODE x = _qHead, p = _qHead, g = _qHead, gg = _qHead;
     while (x != _qZ) {
-      if (unique && x != _qHead && _cmp(&key, &x->_k) == 0) return nullptr;
+      if (unique && x != _qHead && cmp(&key, &x->_k) == 0) return nullptr;
       gg = g;
       g = p;
       p = x;
-      x = _cmp(&key, &x->_k) < 0 ? x->_qLeft : x->_qRight;
-      if (x->_qLeft->IsRed() && x->_qRight->IsRed()) _Split(key, x, p, g, gg);
+      x = cmp(&key, &x->_k) < 0 ? x->_qLeft : x->_qRight;
+      if (x->_qLeft->IsRed() && x->_qRight->IsRed()) _Split(cmp, key, x, p, g, gg);
     }
     x = new KvRbMapNode<T, K>(value, key, _qZ);
     x->SetParent(p);
-    (_cmp(&key, &p->_k) < 0 ? p->_qLeft : p->_qRight) = x;
-    _Split(key, x, p, g, gg);
+    (cmp(&key, &p->_k) < 0 ? p->_qLeft : p->_qRight) = x;
+    _Split(cmp, key, x, p, g, gg);
     ++_cCount;
     return x;
   }
   // x becomes red and its children black; a red parent p is repaired at g and gg. On return x
   // is the node that now stands where x stood on the key's path.
-  void _Split(const K& key, PNODE& x, PNODE& p, PNODE& g, PNODE& gg) {
+  template <class C>
+  void _Split(C cmp, const K& key, PNODE& x, PNODE& p, PNODE& g, PNODE& gg) {
     x->SetRed(true);
     x->_qLeft->SetRed(false);
     x->_qRight->SetRed(false);
     if (p->IsRed()) {
       g->SetRed(true);
-      if ((_cmp(&key, &g->_k) < 0) != (_cmp(&key, &p->_k) < 0)) p = _Rotate(key, g);
-      x = _Rotate(key, gg);
+      if ((cmp(&key, &g->_k) < 0) != (cmp(&key, &p->_k) < 0)) p = _Rotate(cmp, key, g);
+      x = _Rotate(cmp, key, gg);
       x->SetRed(false);
     }
     _qHead->_qRight->SetRed(false);
   }
   // Rotates the child c of y on the key's side, towards the key's side of c; answers the node
   // that takes c's place.
-  PNODE _Rotate(const K& key, PNODE y) {
-    PNODE& slot = _cmp(&key, &y->_k) < 0 ? y->_qLeft : y->_qRight;
+  template <class C>
+  PNODE _Rotate(C cmp, const K& key, PNODE y) {
+    PNODE& slot = cmp(&key, &y->_k) < 0 ? y->_qLeft : y->_qRight;
     PNODE c = slot;
     PNODE gc;
-    if (_cmp(&key, &c->_k) < 0) {
+    if (cmp(&key, &c->_k) < 0) {
       gc = c->_qLeft;
       c->_qLeft = gc->_qRight;
       if (gc->_qRight != _qZ) gc->_qRight->SetParent(c);

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <map>
 #include <random>
 #include <string>
@@ -116,6 +117,39 @@ TEST(KvRbMap, DuplicatesLowKeyAndCursorEnds) {
   EXPECT_EQ(m.First(p), 999u);
   m.Add(1, 1);
   EXPECT_EQ(m.GetCount(), 1);
+}
+
+// A comparison of the caller's own goes through the map's pointer: here the reverse order, whose
+// smallest key is the largest number.
+int Reverse(const std::uint32_t* a, const std::uint32_t* b) { return KvRbMapDefCompare(b, a); }
+
+TEST(KvRbMap, CallersComparison) {
+  U32Map m(0xFFFFFFFF, 0, &Reverse);
+  EXPECT_EQ(m._GetCmp(), &Reverse);
+  std::mt19937 rng(9);
+  std::multimap<std::uint32_t, std::uint32_t, std::greater<>> model;
+  for (std::uint32_t i = 0; i < 500; ++i) {
+    const std::uint32_t k = rng() % 100;
+    m.Add(i, k);
+    model.emplace(k, i);
+    if (i % 3 == 0) {
+      const std::uint32_t gone = rng() % 100;
+      auto it = model.find(gone);
+      ASSERT_EQ(m.Remove(gone), it != model.end());
+      if (it != model.end()) model.erase(it);
+    }
+  }
+  EXPECT_EQ(m.AddIfUnique(1, model.begin()->first), nullptr);
+  U32Map::PNODE p = nullptr;
+  auto it = model.begin();
+  for (m.First(p); p != nullptr; m.Next(p), ++it) {
+    ASSERT_EQ(m.GetKey(p), it->first);
+    ASSERT_EQ(m.GetObj(p), it->second);
+  }
+  EXPECT_EQ(it, model.end());
+  std::uint32_t v = 0;
+  EXPECT_TRUE(m.Search(model.begin()->first, v));
+  EXPECT_EQ(v, model.begin()->second);
 }
 
 TEST(KvRbMap, TextKeysPointersAndKeysOnly) {
