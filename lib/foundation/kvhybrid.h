@@ -191,6 +191,7 @@ class HybridList {
 
  public:
   using TYPE = E;
+  using Q = E*;
   using PNODE = E*;
   using Node = QTopNode<E>;
 
