@@ -48,7 +48,9 @@ void CheckIndex(const List& l) {
     ASSERT_EQ(n->prev, prev);
     ASSERT_EQ(n->child, nullptr);
     ASSERT_EQ(n->bottom, pos < entries.size() ? entries[pos] : nullptr);
-    if (n->prev != nullptr || n->parent != nullptr || n->GetParent() != nullptr) ASSERT_GE(n->count, HLIST_KEEP_LOWEST);
+    if (n->prev != nullptr || n->parent != nullptr || n->GetParent() != nullptr) {
+      ASSERT_GE(n->count, HLIST_KEEP_LOWEST);
+    }
     pos += static_cast<std::size_t>(n->count);
     level.push_back(n);
   }
@@ -65,7 +67,9 @@ void CheckIndex(const List& l) {
       ASSERT_EQ(level[at]->parent, u);
       ASSERT_EQ(u->bottom, u->child->bottom);
       for (std::int32_t j = 1; j < u->count; ++j) ASSERT_EQ(level.at(at + j)->parent, nullptr);
-      if (u->prev != nullptr || u->GetParent() != nullptr) ASSERT_GE(u->count, HLIST_KEEP_UPPER);
+      if (u->prev != nullptr || u->GetParent() != nullptr) {
+        ASSERT_GE(u->count, HLIST_KEEP_UPPER);
+      }
       at += static_cast<std::size_t>(u->count);
       upper.push_back(u);
     }

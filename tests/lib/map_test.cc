@@ -33,8 +33,12 @@ int CheckRb(const U32Map& m, U32Map::PNODE x, U32Map::PNODE parent, int& nodes) 
     EXPECT_FALSE(x->_qLeft->IsRed());
     EXPECT_FALSE(x->_qRight->IsRed());
   }
-  if (x->_qLeft != z) EXPECT_LE(x->_qLeft->_k, x->_k);
-  if (x->_qRight != z) EXPECT_GE(x->_qRight->_k, x->_k);
+  if (x->_qLeft != z) {
+    EXPECT_LE(x->_qLeft->_k, x->_k);
+  }
+  if (x->_qRight != z) {
+    EXPECT_GE(x->_qRight->_k, x->_k);
+  }
   const int l = CheckRb(m, x->_qLeft, x, nodes), r = CheckRb(m, x->_qRight, x, nodes);
   if (l < 0 || l != r) return -1;
   return l + (x->IsRed() ? 0 : 1);
@@ -396,12 +400,16 @@ TEST(KvMap, AgreesWithMultimap) {
         int v = -2;
         auto it = model.find(k);
         ASSERT_EQ(m.Search(k.c_str(), v), it != model.end());
-        if (it != model.end()) ASSERT_EQ(v, it->second);
+        if (it != model.end()) {
+          ASSERT_EQ(v, it->second);
+        }
         break;
       }
     }
     CheckMap(m, model);
-    if (!removed) ASSERT_GT(BlackHeight(m, m._GetHead()->_qRight), 0) << "step " << step;
+    if (!removed) {
+      ASSERT_GT(BlackHeight(m, m._GetHead()->_qRight), 0) << "step " << step;
+    }
     if (HasFatalFailure()) FAIL() << "step " << step;
   }
 }
