@@ -104,6 +104,21 @@ inline void PutDigits(char* p, u32 v, int n) {
   }
 }
 
+// "00" .. "99".
+struct TwoDigits {
+  char pairs[200] = {};
+  constexpr TwoDigits() {
+    for (int i = 0; i < 100; ++i) {
+      pairs[2 * i] = static_cast<char>('0' + i / 10);
+      pairs[2 * i + 1] = static_cast<char>('0' + i % 10);
+    }
+  }
+};
+constexpr TwoDigits kTwoDigits;
+
+// The last two decimal digits of v at p.
+inline void Put2(char* p, u32 v) { std::memcpy(p, kTwoDigits.pairs + 2 * (v % 100), 2); }
+
 // Size of a 32-bit value, also for INT_MIN.
 inline u32 Magnitude(i32 v) { return v < 0 ? 0u - static_cast<u32>(v) : static_cast<u32>(v); }
 
@@ -169,17 +184,27 @@ i32 Strtol32(const char* s, std::size_t n) {
 
 // --- The format language ------------------------------------------------------------------------
 
-// A token ends at a blank or at ASCII punctuation (in any locale).
-inline bool IsSeparator(char c) {
-  const unsigned char u = static_cast<unsigned char>(c);
-  return u == ' ' || u == '\t' || (u >= 0x21 && u <= 0x2F) || (u >= 0x3A && u <= 0x40) || (u >= 0x5B && u <= 0x60) ||
-         (u >= 0x7B && u <= 0x7E);
-}
+// A token ends at a blank or at ASCII punctuation (in any locale). kStop also stops at the NUL.
+struct CharTable {
+  bool separator[256] = {};
+  bool stop[256] = {};
+  constexpr CharTable() {
+    for (int c = 0; c < 256; ++c) {
+      separator[c] = c == ' ' || c == '\t' || (c >= 0x21 && c <= 0x2F) || (c >= 0x3A && c <= 0x40) ||
+                     (c >= 0x5B && c <= 0x60) || (c >= 0x7B && c <= 0x7E);
+      stop[c] = separator[c] || c == 0;
+    }
+  }
+};
+constexpr CharTable kChars;
+
+inline bool IsSeparator(char c) { return kChars.separator[static_cast<unsigned char>(c)]; }
+inline bool IsStop(char c) { return kChars.stop[static_cast<unsigned char>(c)]; }
 
 enum class Field { kNone, kYear, kMonth, kDay, kHour, kMinute, kSecond, kThousandth };
 
 // The field of a token of `len` characters ending in `last` in a time's format, or kNone.
-Field TimeToken(std::size_t len, char last) {
+inline Field TimeToken(std::size_t len, char last) {
   switch (last) {
     case 'Y': return len == 4 || len == 2 ? Field::kYear : Field::kNone;
     case 'M': return len == 2 ? Field::kMonth : Field::kNone;
@@ -208,7 +233,7 @@ bool WalkFormat(const char* format, Classify classify, OnToken on_token, OnSepar
   if (p == nullptr || *p == '\0') return false;
   for (;;) {
     const char* q = p;
-    while (*q != '\0' && !IsSeparator(*q)) ++q;
+    while (!IsStop(*q)) ++q;
     const std::size_t len = static_cast<std::size_t>(q - p);
     if (len == 0) return false;
     const Field f = classify(len, q[-1]);
@@ -634,35 +659,62 @@ KvTime& KvTime::AssignSortableString(const char* text, bool fTimelevel) {
 // --- Formats ------------------------------------------------------------------------------------
 
 KvString KvTime::AsFormatedString(const char* format) const {
-  if (IsNull() || format == nullptr) return KvString();
+  if (IsNull() || format == nullptr || *format == '\0') return KvString();
   // Every token writes as many characters as it has, and every separator one: the text has the
   // format's length. Fields outside their range (a time that is not valid) give their last
-  // digits without a sign, so that this holds for them too.
-  const std::size_t len = std::strlen(format);
-  TextBuffer buf(len + 1);
-  char* const out = buf.data();
+  // digits without a sign, so that this holds for them too. The walk is WalkFormat's, written
+  // out: this is the debug log's and the variant's hot path.
+  char inner[128];
+  std::string outer;
+  char* out = inner;
   i32 y, m, d;
   Julian2Date(m_lJul, y, m, d);
   const u32 tod = Magnitude(m_lTod);
-  const bool ok = WalkFormat(
-      format, TimeToken,
-      [&](Field f, std::size_t at, std::size_t n) {
-        char* p = out + at;
-        switch (f) {
-          case Field::kYear: PutDigits(p, Magnitude(y), static_cast<int>(n)); break;
-          case Field::kMonth: PutDigits(p, Magnitude(m), 2); break;
-          case Field::kDay: PutDigits(p, Magnitude(d), 2); break;
-          case Field::kHour: PutDigits(p, tod / 3600000, 2); break;
-          case Field::kMinute: PutDigits(p, tod / 60000 % 60, 2); break;
-          case Field::kSecond: PutDigits(p, tod / 1000 % 60, 2); break;
-          default: PutThousandth(p, static_cast<i32>(tod % 1000), n); break;
-        }
-        if (at + n < len) out[at + n] = format[at + n];  // the separator behind it
-      },
-      [](char) {});
-  if (!ok) return KvString();
-  out[len] = '\0';
-  return KvString(out);
+  const u32 year = Magnitude(y), month = Magnitude(m), day = Magnitude(d);
+  const u32 hour = tod / 3600000, minute = tod / 60000 % 60, second = tod / 1000 % 60, milli = tod % 1000;
+  const char* p = format;
+  char* o = out;
+  for (;;) {
+    const char* q = p;
+    while (!IsStop(*q)) ++q;
+    const std::size_t n = static_cast<std::size_t>(q - p);
+    if (o + n + 2 > out + sizeof inner && out == inner) {  // a long format: move to the heap
+      outer.resize(std::strlen(format) + 1);
+      std::memcpy(outer.data(), inner, static_cast<std::size_t>(o - inner));
+      o = outer.data() + (o - inner);
+      out = outer.data();
+    }
+    switch (TimeToken(n, n != 0 ? q[-1] : '\0')) {
+      case Field::kYear:
+        if (n == 4) Put2(o, year / 100), o += 2;
+        Put2(o, year);
+        o += 2;
+        break;
+      case Field::kMonth: Put2(o, month), o += 2; break;
+      case Field::kDay: Put2(o, day), o += 2; break;
+      case Field::kHour: Put2(o, hour), o += 2; break;
+      case Field::kMinute: Put2(o, minute), o += 2; break;
+      case Field::kSecond: Put2(o, second), o += 2; break;
+      case Field::kThousandth:
+        PutThousandth(o, static_cast<i32>(milli), n);
+        o += n;
+        break;
+      default: return KvString();  // an empty token, or one of another length or letter
+    }
+    if (*q == '\0') break;
+    *o++ = *q;  // the separator
+    p = q + 1;
+    if (*p == '\0') break;
+    if (IsSeparator(*p)) return KvString();  // two in a row
+  }
+  // Straight into the new string's buffer: the length is known, nothing to scan.
+  const std::size_t len = static_cast<std::size_t>(o - out);
+  KvString result;
+  result.AllocIfNecessary(len + 1);
+  char* dst = result.GetCharPtr();
+  std::memcpy(dst, out, len);
+  dst[len] = '\0';
+  return result;
 }
 
 KvTime& KvTime::AssignFormatedString(const char* format, const char* text) {

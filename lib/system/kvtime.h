@@ -162,7 +162,8 @@ class KVCLASS_API KvTime {
   // between two tokens and is copied; the format may end with one. Any other format gives the
   // empty text, and so does the null time. YY is the last two digits of the year, t .. ttt the
   // first digits of the three-digit millisecond. "DD.MM.YYYY hh:mm:ss.ttt" gives
-  // "21.02.2006 14:05:09.007".
+  // "21.02.2006 14:05:09.007". A time that is not valid but not null writes the last digits of
+  // its fields (a tod of 25 hours as 25), so that the text always has the format's length.
   KvString AsFormatedString(const char* format) const;
   // Reads `text` by KvParseFormatedString: level 0, the date and time read, not checked for
   // existence; the null time when the text does not fit the format.

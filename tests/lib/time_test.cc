@@ -417,6 +417,17 @@ TEST(KvTimeFormat, TokensAndSeparators) {
   EXPECT_STREQ(KvTime().AsFormatedString("DD.MM.YYYY"), "");
   EXPECT_STREQ(t.AsFormatedString(nullptr), "");
 
+  // A long format writes as a short one does, over and over.
+  std::string long_format, long_text;
+  for (int i = 0; i < 100; ++i) {
+    long_format += i % 2 ? "YYYY-MM-DD " : "hh:mm:ss.ttt ";
+    long_text += i % 2 ? "2006-02-21 " : "14:05:09.007 ";
+  }
+  long_format.pop_back();
+  long_text.pop_back();
+  EXPECT_STREQ(t.AsFormatedString(long_format.c_str()), long_text.c_str());
+  EXPECT_STREQ(t.AsFormatedString((long_format + "..").c_str()), "");
+
   // A time that is not valid writes the last digits of its fields: the text keeps the format's
   // length.
   const KvString odd = KvTime(0, 90000000).AsFormatedString("YYYY-MM-DD hh:mm");
