@@ -258,6 +258,17 @@ inline bool IsTokenLetter(char c) {
   return c == 'Y' || c == 'M' || c == 'D' || c == 'h' || c == 'm' || c == 's' || c == 't';
 }
 
+// A new string of the n > 0 bytes at p, copied straight into its buffer: the length is known,
+// nothing to scan.
+KvString MakeText(const char* p, std::size_t n) {
+  KvString text;
+  text.AllocIfNecessary(n + 1);
+  char* dst = text.GetCharPtr();
+  std::memcpy(dst, p, n);
+  dst[n] = '\0';
+  return text;
+}
+
 // A buffer for a formatted text: inside for the usual formats, from the heap for long ones.
 class TextBuffer {
  public:
@@ -601,10 +612,9 @@ void PutSortableWhole(const KvTime& t, char* p, bool level) {
 }  // namespace
 
 KvString KvTime::AsSortableString(bool fTimelevel) const {
-  char buf[kSortableLevelLen + 1];
+  char buf[kSortableLevelLen];
   PutSortableWhole(*this, buf, fTimelevel);
-  buf[fTimelevel ? kSortableLevelLen : kSortableLen] = '\0';
-  return KvString(buf);
+  return MakeText(buf, fTimelevel ? kSortableLevelLen : kSortableLen);
 }
 
 void KvTime::AsSortableString(char* buffer, unsigned int bufferLen, bool fTimelevel) const {
@@ -707,14 +717,7 @@ KvString KvTime::AsFormatedString(const char* format) const {
     if (*p == '\0') break;
     if (IsSeparator(*p)) return KvString();  // two in a row
   }
-  // Straight into the new string's buffer: the length is known, nothing to scan.
-  const std::size_t len = static_cast<std::size_t>(o - out);
-  KvString result;
-  result.AllocIfNecessary(len + 1);
-  char* dst = result.GetCharPtr();
-  std::memcpy(dst, out, len);
-  dst[len] = '\0';
-  return result;
+  return MakeText(out, static_cast<std::size_t>(o - out));
 }
 
 KvTime& KvTime::AssignFormatedString(const char* format, const char* text) {

@@ -87,7 +87,8 @@ class KVCLASS_API KvTime {
  public:
   // The null time: level -1, day 0, tod 0.
   KvTime() = default;
-  // From PC time (taken as unsigned 32-bit), level 0; the tod is whole seconds.
+  // From PC time (taken as unsigned 32-bit), level 0; the tod is whole seconds. Explicit, so
+  // that a number never passes for a time by accident; operator= takes one on purpose.
   explicit KvTime(long pcTime);
   KvTime& operator=(long pcTime);
   // Level 0; the day by KvDate2Julian and the tod by KvTime2Tod. Nothing is checked or
