@@ -78,6 +78,11 @@ case "${1:-}" in
     setup; build default
     ./build/default/bench/kvd_bench
     ./build/default/bench/kvd_catalogue_bench
-    ./build/default/bench/kvd_dataobj_bench ;;
+    ./build/default/bench/kvd_frame_bench
+    ./build/default/bench/kvd_dataobj_bench
+    ./build/default/bench/kvd_arena_bench
+    ./build/default/bench/kvd_string_bench
+    ./build/default/bench/kvd_container_bench
+    ./build/default/bench/kvd_time_bench ;;
   *) sed -n '2,8p' "$0"; exit 2 ;;
 esac
