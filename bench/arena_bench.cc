@@ -25,6 +25,7 @@
 #include <vector>
 
 #include "lib/foundation/kvgran.h"
+#include "bench/peer_ratio.h"
 
 namespace {
 
@@ -146,49 +147,6 @@ KVD_PEERS(BM_Mixed, ->Threads(1)->UseRealTime());
 KVD_PEERS(BM_Small, ->Arg(16)->Arg(64)->Arg(256)->Threads(2)->UseRealTime());
 KVD_PEERS(BM_Mixed, ->Threads(2)->UseRealTime());
 
-// Collects items per second by name and prints arena / peer for each case.
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& r : runs) {
-      auto it = r.counters.find("items_per_second");
-      if (it != r.counters.end()) rates_[r.benchmark_name()] = it->second.value;
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
-  void Finalize() override {
-    ConsoleReporter::Finalize();
-    const char* peers[] = {"calloc", "malloc", "mi_calloc", "mi_malloc"};
-    std::printf("\narena / peer, items per second of the same run (above 1: the arena is faster)\n");
-    std::printf("  %-28s %14s", "case", "arena items/s");
-    for (const char* p : peers) std::printf(" %10s", p);
-    std::printf("\n");
-    for (const auto& [name, rate] : rates_) {
-      // With --benchmark_repetitions, only the medians are compared.
-      bool other_aggregate = false;
-      for (const char* agg : {"_mean", "_stddev", "_cv"})
-        if (name.size() > std::strlen(agg) && name.compare(name.size() - std::strlen(agg), std::string::npos, agg) == 0)
-          other_aggregate = true;
-      if (other_aggregate) continue;
-      const std::string prefix = "/arena";
-      const std::size_t at = name.find(prefix);
-      if (at == std::string::npos) continue;
-      const std::string family = name.substr(0, at);
-      const std::string rest = name.substr(at + prefix.size());
-      std::printf("  %-28s %14.3e", (family + rest).c_str(), rate);
-      for (const char* p : peers) {
-        auto it = rates_.find(family + "/" + p + rest);
-        if (it != rates_.end() && it->second > 0) std::printf(" %10.2f", rate / it->second);
-        else std::printf(" %10s", "-");
-      }
-      std::printf("\n");
-    }
-  }
-
- private:
-  std::map<std::string, double> rates_;
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -199,7 +157,7 @@ int main(int argc, char** argv) {
   // A large arena: only address space until a class needs it.
   KvGranularity::_AllocMem(std::size_t{1} << 30);
   benchmark::Initialize(&argc, argv);
-  RatioReporter reporter;
+  kvd::bench::PeerRatioReporter reporter("arena / allocator", {{"arena", ""}});
   benchmark::RunSpecifiedBenchmarks(&reporter);
   benchmark::Shutdown();
   return 0;

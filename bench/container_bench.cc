@@ -38,6 +38,7 @@
 #include "lib/foundation/kvlist.h"
 #include "lib/foundation/kvmap.h"
 #include "lib/foundation/kvrbmap.h"
+#include "bench/peer_ratio.h"
 
 namespace {
 
@@ -311,48 +312,6 @@ KVD_CASE(BM_Erase, StdMultimap, "std::multimap");
 KVD_CASE(BM_Erase, HybridSet, "KvHybridSet");
 KVD_CASE(BM_Erase, StdMultiset, "std::multiset");
 
-// Which of ours stands beside which standard container.
-const std::pair<const char*, const char*> kPeers[] = {
-    {"KvRbMap", "std::multimap"},  {"KvMap", "std::multimap"},     {"KvHybridSet", "std::multiset"},
-    {"KvDynArray", "std::vector"}, {"Kv1List", "std::list"},
-};
-
-// Collects items per second by name and prints ours / the standard peer's for each case.
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& r : runs) {
-      auto it = r.counters.find("items_per_second");
-      if (it != r.counters.end()) rates_[r.benchmark_name()] = it->second.value;
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
-  void Finalize() override {
-    ConsoleReporter::Finalize();
-    std::printf("\nours / standard, items per second of the same run (above 1: ours is faster)\n");
-    std::printf("  %-26s %-14s %14s %14s %7s\n", "case", "peer", "ours items/s", "std items/s", "ratio");
-    for (const auto& [name, rate] : rates_) {
-      for (const auto& [mine, peer] : kPeers) {
-        const std::string tag = std::string("/") + mine;
-        const std::size_t at = name.find(tag);
-        if (at == std::string::npos || name.find("/iterations") == std::string::npos) continue;
-        const std::string rest = name.substr(at + tag.size());
-        if (rest.find("_mean") != std::string::npos || rest.find("_stddev") != std::string::npos ||
-            rest.find("_cv") != std::string::npos)
-          continue;
-        const std::string other = name.substr(0, at) + "/" + peer + rest;
-        auto it = rates_.find(other);
-        if (it == rates_.end() || it->second <= 0) continue;
-        const std::string label = name.substr(0, at) + "/" + mine;
-        std::printf("  %-26s %-14s %14.3e %14.3e %7.2f\n", label.c_str(), peer, rate, it->second, rate / it->second);
-      }
-    }
-  }
-
- private:
-  std::map<std::string, double> rates_;
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -360,7 +319,12 @@ int main(int argc, char** argv) {
   KvGranularity::_AllocMem(std::size_t{4} << 30);
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  RatioReporter reporter;
+  // Which of ours stands beside which standard container.
+  kvd::bench::PeerRatioReporter reporter("ours / standard", {{"KvRbMap", "std::multimap"},
+                                                             {"KvMap", "std::multimap"},
+                                                             {"KvHybridSet", "std::multiset"},
+                                                             {"KvDynArray", "std::vector"},
+                                                             {"Kv1List", "std::list"}});
   benchmark::RunSpecifiedBenchmarks(&reporter);
   benchmark::Shutdown();
   return 0;

@@ -20,6 +20,7 @@
 
 #include "lib/foundation/kvgran.h"
 #include "lib/foundation/kvstring.h"
+#include "bench/peer_ratio.h"
 
 namespace {
 
@@ -111,40 +112,6 @@ KVD_PEERS(BM_AppendChar, ->Arg(64)->Arg(4096));
 KVD_PEERS(BM_Compare, ->Arg(16)->Arg(256));
 KVD_PEERS(BM_Find, ->Arg(64)->Arg(1024));
 
-// Collects items per second by name and prints KvString / std::string for each case.
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& r : runs) {
-      auto it = r.counters.find("items_per_second");
-      if (it != r.counters.end()) rates_[r.benchmark_name()] = it->second.value;
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
-  void Finalize() override {
-    ConsoleReporter::Finalize();
-    std::printf("\nKvString / std::string, items per second of the same run (above 1: KvString is faster)\n");
-    std::printf("  %-22s %16s %16s %8s\n", "case", "KvString items/s", "std items/s", "ratio");
-    const std::string mine = "/KvString";
-    for (const auto& [name, rate] : rates_) {
-      bool other_aggregate = false;
-      for (const char* agg : {"_mean", "_stddev", "_cv"})
-        if (name.size() > std::strlen(agg) && name.compare(name.size() - std::strlen(agg), std::string::npos, agg) == 0)
-          other_aggregate = true;
-      const std::size_t at = name.find(mine);
-      if (other_aggregate || at == std::string::npos) continue;
-      const std::string peer = name.substr(0, at) + "/std::string" + name.substr(at + mine.size());
-      auto it = rates_.find(peer);
-      if (it == rates_.end() || it->second <= 0) continue;
-      const std::string label = name.substr(0, at) + name.substr(at + mine.size());
-      std::printf("  %-22s %16.3e %16.3e %8.2f\n", label.c_str(), rate, it->second, rate / it->second);
-    }
-  }
-
- private:
-  std::map<std::string, double> rates_;
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -152,7 +119,7 @@ int main(int argc, char** argv) {
   KvGranularity::_AllocMem(std::size_t{1} << 30);
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  RatioReporter reporter;
+  kvd::bench::PeerRatioReporter reporter("KvString / std::string", {{"KvString", "std::string"}});
   benchmark::RunSpecifiedBenchmarks(&reporter);
   benchmark::Shutdown();
   return 0;

@@ -35,6 +35,7 @@
 #include "lib/foundation/kvgran.h"
 #include "lib/foundation/kvstring.h"
 #include "lib/system/kvtime.h"
+#include "bench/peer_ratio.h"
 
 namespace {
 
@@ -364,41 +365,6 @@ BENCHMARK(BM_JulianToDate_chrono)->Name("JulianToDate/chrono");
 BENCHMARK(BM_DateToJulian_KvTime)->Name("DateToJulian/KvTime");
 BENCHMARK(BM_DateToJulian_chrono)->Name("DateToJulian/chrono");
 
-// Collects items per second by name and prints KvTime / peer for each case and peer.
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& r : runs) {
-      auto it = r.counters.find("items_per_second");
-      if (it == r.counters.end()) continue;
-      std::string name = r.benchmark_name();
-      if (r.run_type == Run::RT_Aggregate) {
-        if (r.aggregate_name != "median") continue;
-        name = name.substr(0, name.rfind('_'));
-      }
-      rates_[name] = it->second.value;
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
-  void Finalize() override {
-    ConsoleReporter::Finalize();
-    std::printf("\nKvTime / peer, items per second of the same run (above 1: KvTime is faster)\n");
-    std::printf("  %-16s %-22s %14s %14s %8s\n", "case", "peer", "KvTime items/s", "peer items/s", "ratio");
-    for (const auto& [name, rate] : rates_) {
-      const std::size_t slash = name.find('/');
-      const std::string kase = name.substr(0, slash), who = name.substr(slash + 1);
-      if (who == "KvTime") continue;
-      auto mine = rates_.find(kase + "/KvTime");
-      if (mine == rates_.end() || rate <= 0) continue;
-      std::printf("  %-16s %-22s %14.3e %14.3e %8.2f\n", kase.c_str(), who.c_str(), mine->second, rate,
-                  mine->second / rate);
-    }
-  }
-
- private:
-  std::map<std::string, double> rates_;
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -406,7 +372,7 @@ int main(int argc, char** argv) {
   KvGranularity::_AllocMem(std::size_t{1} << 30);
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  RatioReporter reporter;
+  kvd::bench::PeerRatioReporter reporter("KvTime / peer", {{"KvTime", ""}});
   benchmark::RunSpecifiedBenchmarks(&reporter);
   benchmark::Shutdown();
   return 0;
