@@ -15,7 +15,7 @@
 // outside its buffers.
 //
 // Built as a libFuzzer target (fuzz_dbf) with KVD_FUZZ, else linked with replay_main.cc into
-// fuzz_replay, which runs every file of the seed corpus through the same function as a test.
+// fuzz_replay_dbf, which runs every file of the seed corpus through the same function as a test.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -27,7 +27,7 @@
 
 #include "engine/d4all.h"
 
-// Set by fuzz_replay: say on stderr what each open and walk came to (never under the fuzzer).
+// Set by fuzz_replay_dbf: say on stderr what each open and walk came to (never under the fuzzer).
 bool g_fuzz_report = false;
 
 namespace {
