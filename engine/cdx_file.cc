@@ -1,6 +1,7 @@
 #include "engine/cdx_file.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <cstring>
 
@@ -390,6 +391,7 @@ Status CdxFile::BeginWrite(int attempts, int delay_ms) {
 }
 
 Status CdxFile::MarkChanging() {
+  if (changing_) return Status::Ok();  // once per hold of the lock
   unsigned char b[4];
   // Under the lock the counter is known; an index being built without it (no one else can have
   // it open) reads it from the file.
@@ -400,15 +402,57 @@ Status CdxFile::MarkChanging() {
     KVD_RETURN_IF_ERROR(Fetch(cdx::kOffCounter, b, 4));
     now = GetBE32(b);
   }
-  PutBE32(b, now + 1);
+  // Under the lock: the next odd number until EndWrite. A builder alone with the file has no
+  // reader to warn and goes straight to the next even one.
+  const std::uint32_t next = hold_ == Hold::kWrite ? now + 1 + (now & 1u) : now + 2 - (now & 1u);
+  PutBE32(b, next);
   KVD_RETURN_IF_ERROR(WriteAt(cdx::kOffCounter, b, 4));
-  if (hold_ == Hold::kWrite) kept_counter_ = now + 1;  // the kept pages are this writer's own
+  if (hold_ == Hold::kWrite) {
+    kept_counter_ = next;  // the kept pages are this writer's own
+    changing_ = true;
+  }
   return Status::Ok();
 }
 
 Status CdxFile::EndWrite() {
+  Status s;
+  if (changing_) {
+    // Every page is written: the counter becomes even, and readers without the lock may go on.
+    // The fence keeps this store behind the page stores for readers of the mapping on any CPU.
+    std::atomic_thread_fence(std::memory_order_seq_cst);
+    const std::uint32_t next = Counter() + 1;
+    unsigned char b[4];
+    PutBE32(b, next);
+    s = WriteAt(cdx::kOffCounter, b, 4);
+    if (s.ok()) kept_counter_ = next;
+    changing_ = false;
+  }
   hold_ = Hold::kNone;
-  return file_->UnlockRange(cdx::kLockOffset, 1);
+  Status u = file_->UnlockRange(cdx::kLockOffset, 1);
+  return s.ok() ? u : s;
+}
+
+namespace {
+// The counter read from a mapping in one aligned load (offset 8 of a page-aligned mapping), with
+// acquire order: what the descent reads after it is not read before it.
+std::uint32_t LoadCounter(const std::byte* base) {
+  const std::uint32_t raw = __atomic_load_n(reinterpret_cast<const std::uint32_t*>(base + cdx::kOffCounter), __ATOMIC_ACQUIRE);
+  return GetBE32(&raw);
+}
+}  // namespace
+
+bool CdxFile::BeginUnlocked(std::uint32_t* counter) {
+  if (map_.size() < cdx::kPageSize || hold_ != Hold::kNone) return false;
+  const std::uint32_t c = LoadCounter(map_.data());
+  if (c & 1u) return false;  // a writer is at work, or died at work
+  *counter = c;
+  return true;
+}
+
+bool CdxFile::StillAt(std::uint32_t counter) {
+  if (map_.size() < cdx::kPageSize) return false;
+  std::atomic_thread_fence(std::memory_order_acquire);  // every page read is done before this load
+  return LoadCounter(map_.data()) == counter;
 }
 
 Status CdxFile::ShareLock(bool exclusive) {

@@ -8,6 +8,14 @@
 //   - a reader may keep a copy of one leaf and go on walking it without the lock for as long as the
 //     counter has not moved. The copy was taken under the lock, so it is a consistent state of the
 //     tree, and an unchanged counter says that no writer has begun since.
+//   - the counter is odd while a writer is at work: its first change makes it the next odd number,
+//     its end the next even one. A reader that reads the file through its mapping may therefore
+//     descend without the lock (BeginUnlocked): it reads an even counter first and the same
+//     counter again at the end (StillAt). Every page a writer changes is changed after the counter
+//     turned odd, so a reader that saw any of those changes sees the counter moved and descends
+//     again under the lock. A writer that died at work leaves the counter odd; readers then take
+//     the lock until the next writer ends. Other programs that raise the counter by one per change
+//     do not take part, but they do not take part in the lock either.
 //
 // How pages are read. A file this process has read only a few pages of (one keyed read: open, one
 // descent, close) is read with pread: mapping the file and unmapping it again costs more than the
@@ -86,6 +94,12 @@ class CdxFile {
   Status BeginWrite(int attempts, int delay_ms);
   Status MarkChanging();
   Status EndWrite();
+  // A descent without the index lock (see the top of this file): true, with the counter, when the
+  // file is mapped and no writer is at work. What the descent read holds only if StillAt(counter)
+  // is true after it; otherwise, or when it failed, it must be done again under the lock. Costs no
+  // system call.
+  bool BeginUnlocked(std::uint32_t* counter);
+  bool StillAt(std::uint32_t counter);
   Status ShareLock(bool exclusive);
 
   // Replaces the tree of tag i by one built from `sorted`, freeing every page of the old tree.
@@ -142,6 +156,7 @@ class CdxFile {
   static constexpr std::size_t kMaxKeptPages = 64;
   std::uint32_t kept_counter_ = 0; // the counter the kept pages belong to
   bool counter_known_ = false;     // kept_counter_ is the counter now (set under the lock)
+  bool changing_ = false;          // this writer made the counter odd; EndWrite makes it even
   std::uint32_t head_len_ = cdx::kPageSize;  // bytes from 0 that hold the file header and every
                                              // tag header (at most kMaxHeadLen), read by Validate
   static constexpr std::uint32_t kMaxHeadLen = 16 * 1024;

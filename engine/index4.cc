@@ -37,6 +37,31 @@ int UnderReadLock(DATA4St* d, INDEX4St* ix, F f) {
   return rc;
 }
 
+// Runs the descent `g(tree)` of tag t, which places t->walk from nothing (a seek, the first or
+// last entry), and records its counter. A file this process reads through its mapping is
+// descended without the lock first; when a writer was at work meanwhile, or the descent failed
+// (it may have read half-written pages), it is done again under the lock, which alone reports.
+template <typename G>
+int Descend(DATA4St* d, TAG4St* t, G g) {
+  CdxFile& f = *t->index->file;
+  std::uint32_t counter = 0;
+  if (f.BeginUnlocked(&counter)) {
+    t->counter = counter;
+    CdxTree tree = TreeOf(t);
+    if (g(tree).ok() && f.StillAt(counter)) {
+      t->walk_valid = true;
+      return 0;
+    }
+  }
+  return UnderReadLock(d, t->index, [&] {
+    t->counter = f.Counter();
+    CdxTree tree = TreeOf(t);
+    Status s = g(tree);
+    t->walk_valid = s.ok();
+    return s.ok() ? 0 : SetError(d->code, ErrorFor(s, e4index), s);
+  });
+}
+
 bool InTag(TAG4St* t, const char* record, std::uint32_t rec) {
   return !t->filter || t->filter->EvalLogical(ExprRecord{record, rec});
 }
@@ -266,13 +291,7 @@ int OpenProductionIndex(DATA4St* d) {
 int TagTop(DATA4St* d, bool bottom) {
   TAG4St* t = d->selected;
   const bool last = bottom != t->descending;
-  int rc = UnderReadLock(d, t->index, [&] {
-    t->counter = t->index->file->Counter();
-    CdxTree tree = TreeOf(t);
-    Status s = last ? tree.Last(&t->walk) : tree.First(&t->walk);
-    t->walk_valid = s.ok();
-    return s.ok() ? 0 : SetError(d->code, ErrorFor(s, e4index), s);
-  });
+  int rc = Descend(d, t, [&](CdxTree& tree) { return last ? tree.Last(&t->walk) : tree.First(&t->walk); });
   if (rc) return rc;
   rc = Land(d, t);
   if (rc == r4eof) d->bof = true;
@@ -520,12 +539,8 @@ int d4seekN(DATA4St* d, const char* key, short len) {
   if (d->state == BufferState::kAppending) d->state = BufferState::kClean;
   bool prefix = false;
   const std::string k = SeekKey(t, std::string_view(key, len < 0 ? 0 : static_cast<std::size_t>(len)), &prefix);
-  int rc = UnderReadLock(d, t->index, [&] {
-    t->counter = t->index->file->Counter();
-    CdxTree tree = TreeOf(t);
-    Status s = t->descending ? tree.UpperBoundPrev(k, 0xFFFFFFFF, &t->walk) : tree.LowerBound(k, 0, &t->walk);
-    t->walk_valid = s.ok();
-    return s.ok() ? 0 : SetError(d->code, ErrorFor(s, e4index), s);
+  int rc = Descend(d, t, [&](CdxTree& tree) {
+    return t->descending ? tree.UpperBoundPrev(k, 0xFFFFFFFF, &t->walk) : tree.LowerBound(k, 0, &t->walk);
   });
   if (rc) return rc;
   const bool hit = Matches(t->walk, k);

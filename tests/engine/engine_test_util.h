@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -117,6 +118,12 @@ class Channel {
     close(fds_[1]);
   }
   void Send(char c) { (void)!write(fds_[1], &c, 1); }
+  // True, taking it, when a byte is waiting; false at once otherwise.
+  bool Ready() {
+    pollfd p{fds_[0], POLLIN, 0};
+    char c = 0;
+    return poll(&p, 1, 0) == 1 && read(fds_[0], &c, 1) == 1;
+  }
   char Recv() {
     char c = 0;
     return read(fds_[0], &c, 1) == 1 ? c : 0;

@@ -1,10 +1,13 @@
 // Compound indexes in a table's life: order, seeks, filters, unique tags, maintenance, damage.
+#include <fcntl.h>
+
 #include <algorithm>
 #include <atomic>
 #include <map>
 #include <random>
 #include <set>
 
+#include "engine/cdx_file.h"
 #include "engine/cdx_format.h"
 #include "engine/codec.h"
 #include "engine_test_util.h"
@@ -633,6 +636,119 @@ TEST_F(IndexTest, StepsAndSeeksSeeChangesThroughAnotherOpenOfTheTable) {
   for (const char* tag : {"ZNAME", "ID", "VAL", "TYPEID"}) EXPECT_EQ(Walk(r, tag), Expected(r, tag)) << tag;
   d4close(r);
   d4close(w);
+}
+
+// A file read through the mapping is sought without the index lock while no writer is at work.
+// The reader here seeks in the middle of another opener's change, at every page that change
+// writes (leaves split under it): it must never answer from the half-written tree, so with no
+// waiting allowed it is refused. A descent that began before a writer must find the counter moved
+// at its end. The counter is even after every writer, and a counter left odd (a writer that died at
+// work) sends every seek through the lock, still right.
+TEST_F(IndexTest, SeeksWithoutTheLockNeverSeeAWriterHalfWay) {
+  const TAG4INFO tags[] = {{"ID", "ID", nullptr, 0, 0}, {nullptr, nullptr, nullptr, 0, 0}};
+  DATA4St* d = Create(600);  // ID0001 .. ID0600
+  ASSERT_NE(i4create(d, nullptr, tags), nullptr);
+  d4close(d);
+  e.code.autoOpen = 1;
+  e.code.lockAttempts = 1;  // a held lock refuses at once
+  static DATA4St* reader = nullptr;
+  reader = d = d4open(&e.code, (dir / "t").c_str());
+  ASSERT_NE(d, nullptr);
+  d4tagSelect(d, d4tag(d, "ID"));
+  for (int i = 1; i <= 40; ++i) ASSERT_EQ(d4seek(d, "ID0001"), 0);  // enough reads to map the index
+  Engine other;
+  other.code.autoOpen = 1;
+  DATA4St* w = d4open(&other.code, (dir / "t").c_str());
+  ASSERT_NE(w, nullptr);
+
+  // Every key of the stretch the writer splits, sought after each page it writes.
+  struct Seen {
+    int right = 0, refused = 0, wrong = 0, locks = 0;
+  };
+  static Seen seen;
+  seen = Seen{};
+  platform::SysCallsOverride keep;
+  static platform::SysCalls real = platform::Sys();
+  platform::Sys().fcntl_lock = [](int fd, int cmd, void* arg) {
+    if (static_cast<struct flock*>(arg)->l_type == F_RDLCK) ++seen.locks;
+    return real.fcntl_lock(fd, cmd, arg);
+  };
+  platform::Sys().pwrite = [](int fd, const void* b, size_t n, off_t o) {
+    const ssize_t done = real.pwrite(fd, b, n, o);
+    if (n != engine::cdx::kPageSize) return done;  // records and headers; pages are what a descent reads
+    for (int want = 280; want <= 320; ++want) {
+      char key[16];
+      std::snprintf(key, sizeof key, "ID%04d", want);
+      const int rc = d4seek(reader, key);
+      if (rc == e4lock) {
+        ++seen.refused;
+        error4set(d4code(reader), 0);
+      } else if (rc == 0 && d4recNo(reader) == want) {
+        ++seen.right;
+      } else {
+        ++seen.wrong;
+      }
+    }
+    return done;
+  };
+  for (int k = 0; k < 120; ++k) {  // keys between ID0300 and ID0301: that leaf splits again and again
+    char id[16];
+    std::snprintf(id, sizeof id, "ID0300%c%c", 'a' + k / 26, 'a' + k % 26);
+    d4appendStart(w, 0);
+    d4blank(w);
+    f4assign(d4field(w, "ID"), id);
+    ASSERT_EQ(d4append(w), 0);
+    ASSERT_EQ(d4unlock(w), 0);
+  }
+  EXPECT_EQ(seen.wrong, 0);
+  EXPECT_GT(seen.refused, 0) << "seeks came while the writer was at work";
+  EXPECT_EQ(seen.right, 0) << "a page is written only while the writer is at work";
+
+  // After the writer, seeks go without the lock again and find the new keys too.
+  platform::Sys().pwrite = real.pwrite;
+  seen.locks = 0;
+  EXPECT_EQ(d4seek(d, "ID0300ep"), 0);
+  EXPECT_EQ(d4recNo(d), 720);
+  EXPECT_EQ(seen.locks, 0);
+
+  // A descent that began before a whole change of another opener finds the counter moved.
+  {
+    std::unique_ptr<engine::CdxFile> f;
+    ASSERT_TRUE(engine::CdxFile::Open(dir / "t.CDX", /*read_only=*/true, /*exclusive=*/false, &f).ok());
+    std::uint32_t before = 0, after = 0;
+    ASSERT_TRUE(f->BeginUnlocked(&before)) << "mapped, no writer at work";
+    EXPECT_TRUE(f->StillAt(before));
+    d4tagSelect(w, nullptr);
+    d4go(w, 5);
+    ASSERT_EQ(d4lock(w, 5), 0);
+    f4assign(d4field(w, "ID"), "Z0005");
+    ASSERT_EQ(d4unlock(w), 0);
+    EXPECT_FALSE(f->StillAt(before));
+    ASSERT_TRUE(f->BeginUnlocked(&after));
+    EXPECT_EQ(after, before + 2) << "odd at the first change, even at the end";
+  }
+  d4close(w);
+
+  // A counter left odd: every seek takes the lock, and stays right.
+  unsigned char head[12];
+  {
+    std::FILE* f = std::fopen((dir / "t.CDX").c_str(), "r+b");
+    ASSERT_NE(f, nullptr);
+    ASSERT_EQ(std::fread(head, 1, sizeof head, f), sizeof head);
+    engine::PutBE32(head + engine::cdx::kOffCounter, engine::GetBE32(head + engine::cdx::kOffCounter) + 1);
+    std::fseek(f, 0, SEEK_SET);
+    ASSERT_EQ(std::fwrite(head, 1, sizeof head, f), sizeof head);
+    std::fclose(f);
+  }
+  seen.locks = 0;
+  for (int want = 10; want <= 600; want += 7) {
+    char key[16];
+    std::snprintf(key, sizeof key, "ID%04d", want);
+    ASSERT_EQ(d4seek(d, key), 0) << key;
+    EXPECT_EQ(d4recNo(d), want);
+  }
+  EXPECT_EQ(seen.locks, 85) << "one lock per seek while the counter is odd";
+  d4close(d);
 }
 
 TEST_F(IndexTest, OpenIndexFoundByFileNameInAnyCaseUntilClosed) {
