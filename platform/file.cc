@@ -24,6 +24,7 @@
 #include "platform/file.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -136,6 +137,78 @@ Status FillRange(const std::string& path, std::uint64_t offset, std::uint64_t le
 // Opens `host` on a fresh descriptor and takes flock(LOCK_EX | LOCK_NB) on it: the test for "no
 // other opener". kBusy when someone holds any flock on the file; *fd stays -1 when the file
 // cannot be opened for the test (see below). The caller closes *fd, which drops the probe lock.
+// The descriptor park (see File::OpenLocked)
+
+class DescriptorPark {
+ public:
+  struct Entry {
+    std::string host;  // the name it was opened by, as written
+    bool writable;
+    int fd;
+    std::uint64_t dev, ino;
+  };
+  static constexpr std::size_t kParked = 8;
+
+  static DescriptorPark& Get() {
+    static DescriptorPark* park = [] {
+      auto* p = new DescriptorPark();  // never destroyed: Files may go after static destruction
+      pthread_atfork([] { Get().mu_.lock(); }, [] { Get().mu_.unlock(); }, [] { Get().ForgetInChild(); });
+      return p;
+    }();
+    return *park;
+  }
+
+  // The latest kept descriptor of `host` open for `writable`, out of the park.
+  bool Take(const std::string& host, bool writable, Entry* out) {
+    std::lock_guard<std::mutex> hold(mu_);
+    for (std::size_t i = entries_.size(); i-- > 0;) {
+      if (entries_[i].writable == writable && entries_[i].host == host) {
+        *out = std::move(entries_[i]);
+        entries_.erase(entries_.begin() + static_cast<std::ptrdiff_t>(i));
+        return true;
+      }
+    }
+    return false;
+  }
+
+  void Put(Entry e) {
+    int evicted = -1;
+    {
+      std::lock_guard<std::mutex> hold(mu_);
+      if (entries_.size() == kParked) {
+        evicted = entries_.front().fd;
+        entries_.erase(entries_.begin());
+      }
+      entries_.push_back(std::move(e));
+    }
+    if (evicted >= 0) Sys().close(evicted);
+  }
+
+  // Closes every kept descriptor of `host` (its file is being removed or renamed over).
+  void Drop(const std::string& host) {
+    std::vector<int> fds;
+    {
+      std::lock_guard<std::mutex> hold(mu_);
+      std::erase_if(entries_, [&](const Entry& e) {
+        if (e.host != host) return false;
+        fds.push_back(e.fd);
+        return true;
+      });
+    }
+    for (int fd : fds) Sys().close(fd);
+  }
+
+ private:
+  // In a child of fork, with the mutex held by the forking thread since the prepare handler.
+  void ForgetInChild() {
+    for (const Entry& e : entries_) Sys().close(e.fd);
+    entries_.clear();
+    mu_.unlock();
+  }
+  std::mutex mu_;
+  std::vector<Entry> entries_;  // oldest first
+};
+
 Status ProbeAlone(const std::string& host, std::string_view what, int* fd) {
   *fd = -1;
   for (;;) {
@@ -171,6 +244,7 @@ Status RemoveHost(const std::string& host) {
   int err = errno;
   if (fd >= 0) Sys().close(fd);
   if (rc != 0) return Status::FromErrno(err, "remove", host);
+  DescriptorPark::Get().Drop(host);  // the blocks go now, not when the park lets go
   return Status::Ok();
 }
 
@@ -184,6 +258,7 @@ Status ReplaceHost(const std::string& from, const std::string& to) {
   int err = errno;
   if (fd >= 0) Sys().close(fd);
   if (rc != 0) return Status::FromErrno(err, Concat({"rename ", from, " to"}), to);
+  DescriptorPark::Get().Drop(to);
   return Status::Ok();
 }
 
@@ -282,17 +357,41 @@ Status File::Open(std::string_view path, OpenMode mode, std::unique_ptr<File>* o
   return s;
 }
 
+Status File::LockShared(LockKind kind, int attempts, unsigned delay_ms) {
+  Status locked = ShareLock(kind, /*wait=*/attempts < 0);
+  for (int i = 1; locked.IsBusy() && i < attempts; ++i) {
+    SleepMillis(delay_ms);
+    locked = ShareLock(kind, /*wait=*/false);
+  }
+  return locked;
+}
+
 Status File::OpenLocked(std::string_view path, OpenMode mode, LockKind kind, int attempts, unsigned delay_ms,
                         std::unique_ptr<File>* out) {
+  const bool existing = mode == OpenMode::kRead || mode == OpenMode::kReadWrite;
+  const std::string as_written = existing ? HostPathAsWritten(path) : std::string();
+  DescriptorPark::Entry kept;
+  if (existing && DescriptorPark::Get().Take(as_written, mode == OpenMode::kReadWrite, &kept)) {
+    std::unique_ptr<File> f(new File(kept.fd, std::move(kept.host), kept.writable));
+    f->parkable_ = true;  // a lock that cannot be had parks it again
+    KVD_RETURN_IF_ERROR(f->LockShared(kind, attempts, delay_ms));
+    // Under the lock the name cannot be taken from the file (a replacer needs it exclusively), so
+    // a name that means this inode now goes on meaning it.
+    struct stat st;
+    if (::stat(f->path_.c_str(), &st) == 0 && S_ISREG(st.st_mode) && st.st_nlink > 0 &&
+        static_cast<std::uint64_t>(st.st_dev) == kept.dev && static_cast<std::uint64_t>(st.st_ino) == kept.ino) {
+      f->dev_ = kept.dev;
+      f->ino_ = kept.ino;
+      f->size_at_open_ = static_cast<std::uint64_t>(st.st_size);
+      *out = std::move(f);
+      return Status::Ok();
+    }
+    f->parkable_ = false;  // the name went elsewhere: close it, and open the name
+  }
   for (int tries = 0;; ++tries) {
     std::unique_ptr<File> f;
     KVD_RETURN_IF_ERROR(OpenUnchecked(path, mode, &f));
-    Status locked = f->ShareLock(kind, /*wait=*/attempts < 0);
-    for (int i = 1; locked.IsBusy() && i < attempts; ++i) {
-      SleepMillis(delay_ms);
-      locked = f->ShareLock(kind, /*wait=*/false);
-    }
-    KVD_RETURN_IF_ERROR(locked);
+    KVD_RETURN_IF_ERROR(f->LockShared(kind, attempts, delay_ms));
     // Whoever replaces a file renames the new one into place while holding the old one's lock
     // exclusively, so a file we got the lock on and that still has a link is the one the name
     // means. (A table given a second name by a hard link elsewhere would pass for named after a
@@ -300,6 +399,7 @@ Status File::OpenLocked(std::string_view path, OpenMode mode, LockKind kind, int
     bool named = false;
     KVD_RETURN_IF_ERROR(f->LookAtOpenFile(&named));
     if (named) {
+      f->parkable_ = existing && f->path_ == as_written;
       *out = std::move(f);
       return Status::Ok();
     }
@@ -307,9 +407,16 @@ Status File::OpenLocked(std::string_view path, OpenMode mode, LockKind kind, int
   }
 }
 
+void File::ForgetParked(const std::string& host) { DescriptorPark::Get().Drop(host); }
+
 File::~File() {
+  if (fd_ < 0) return;
+  if (parkable_ && !range_locked_ && (share_held_ == Held::kNone || Sys().flock(fd_, LOCK_UN) == 0)) {
+    DescriptorPark::Get().Put(DescriptorPark::Entry{std::move(path_), writable_, fd_, dev_, ino_});
+    return;
+  }
   // Not retried on EINTR: on Linux the descriptor is gone whatever close answers.
-  if (fd_ >= 0) Sys().close(fd_);
+  Sys().close(fd_);
 }
 
 Status File::ReadAt(std::uint64_t offset, void* buf, std::size_t n, std::size_t* got) const {
@@ -360,6 +467,7 @@ Status File::LockRange(std::uint64_t offset, std::uint64_t len, LockKind kind, b
     return Status::ReadOnly(Concat({"lock ", path_, " ", RangeText(offset, len), ": exclusive lock on a read-only open"}));
   }
   const int cmd = wait ? F_OFD_SETLKW : F_OFD_SETLK;
+  range_locked_ = true;
   for (;;) {
     if (Sys().fcntl_lock(fd_, cmd, &fl) == 0) return Status::Ok();
     const int err = errno;
@@ -455,6 +563,7 @@ Status File::IsSameFileAs(std::string_view path, bool* same) const {
 Status File::MoveOver(std::string_view to) {
   std::string dst = HostPath(to);
   if (Sys().rename(path_.c_str(), dst.c_str()) != 0) return Status::FromErrno(errno, "rename to", dst);
+  DescriptorPark::Get().Drop(dst);
   path_ = std::move(dst);
   return Status::Ok();
 }

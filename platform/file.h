@@ -44,6 +44,21 @@ class File {
   // replaced the file between the open and the lock (so the file locked has lost its name), the
   // name is opened again. Open, lock and one fstat when nothing is in the way. Busy when the lock
   // cannot be had.
+  //
+  // The descriptor park. Keyed reads open a table and its index, read a few bytes and close both
+  // again, and opening and closing are most of their cost. So when a File made here goes, its
+  // descriptor is kept in a small process-wide park instead of being closed: the open-mode lock
+  // is let go (flock LOCK_UN, which is all a close would do to it), and the next OpenLocked of the
+  // same name takes the lock on the kept descriptor and then asks the name (one stat) whether it
+  // still means that inode. Only then is the descriptor used; otherwise it is closed and the name
+  // opened afresh. Lock, stat and unlock instead of open, lock, fstat and close. A kept descriptor
+  // holds no lock, so to every other opener the file is closed; it does hold the inode, so a file
+  // deleted meanwhile keeps its blocks until its descriptor leaves the park (at most kParked are
+  // kept, the oldest goes first; RemoveFile and the renames that replace let go of the name's at once). Not
+  // kept: a File that ever took a range lock (an OFD lock would outlive it in a kept descriptor),
+  // and one whose name was found only ignoring case. A child made by fork starts with an empty
+  // park, since kept descriptors share their open file descriptions, locks included, with the
+  // parent.
   static Status OpenLocked(std::string_view path, OpenMode mode, LockKind kind, int attempts, unsigned delay_ms,
                            std::unique_ptr<File>* out);
   ~File();
@@ -86,6 +101,9 @@ class File {
   // The size of the file as the open found it (no system call); Size() asks for the size now.
   std::uint64_t size_at_open() const { return size_at_open_; }
 
+  // Closes the parked descriptors of the host path `host` (its file was replaced or removed).
+  static void ForgetParked(const std::string& host);
+
   int fd() const { return fd_; }  // for Mapping only
   std::uint64_t device() const { return dev_; }  // the open file's identity, from the open's fstat
   std::uint64_t inode() const { return ino_; }
@@ -94,9 +112,12 @@ class File {
   File(int fd, std::string path, bool writable) : fd_(fd), path_(std::move(path)), writable_(writable) {}
   static Status OpenUnchecked(std::string_view path, OpenMode mode, std::unique_ptr<File>* out);
   Status LookAtOpenFile(bool* named);
+  Status LockShared(LockKind kind, int attempts, unsigned delay_ms);  // OpenLocked's lock, retried
   int fd_;
   std::string path_;
   bool writable_;
+  bool parkable_ = false;      // made by OpenLocked under the name as written: parked when it goes
+  bool range_locked_ = false;  // LockRange was called: closed when it goes
   std::uint64_t dev_ = 0;           // device and inode of the open file, from the open's fstat
   std::uint64_t ino_ = 0;
   std::uint64_t size_at_open_ = 0;  // bytes, from the same fstat

@@ -13,6 +13,7 @@ Status ReplaceFileHeld(std::string_view from, std::string_view to) {
   const std::string src = HostPath(from);
   const std::string dst = HostPath(to);
   if (Sys().rename(src.c_str(), dst.c_str()) != 0) return Status::FromErrno(errno, "rename to", dst);
+  File::ForgetParked(dst);
   return Status::Ok();
 }
 

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -343,6 +344,85 @@ TEST_F(FileOpsTest, OpenLockedOpensAFileReplacedBeforeItsLockAgain) {
   EXPECT_TRUE(File::OpenLocked(dir_ / "t.dbf", OpenMode::kRead, LockKind::kShared, 3, 20, &f).IsBusy());
   EXPECT_GE(std::chrono::steady_clock::now() - t0, std::chrono::milliseconds(40)) << "two waits between three attempts";
   EXPECT_EQ(f, nullptr);
+}
+
+// A File of OpenLocked leaves its descriptor in the park when it goes, and the next OpenLocked of
+// the name takes it instead of opening: to anyone else the file is closed (no lock held), a name
+// that now means another file, or none, is opened afresh, a File that took a range lock is closed
+// for real, and a child of fork never shares a kept descriptor with its parent.
+std::atomic<int> g_opens{0};
+TEST_F(FileOpsTest, OpenLockedKeepsClosedDescriptorsOnlyWhileTheirNameMeansThem) {
+  WriteWhole(dir_ / "t.dbf", "first");
+  SysCallsOverride keep;
+  static SysCalls real = Sys();
+  Sys().open = [](const char* p, int f, mode_t m) { return ++g_opens, real.open(p, f, m); };
+  auto open = [&](LockKind kind = LockKind::kShared) {
+    std::unique_ptr<File> f;
+    Status s = File::OpenLocked(dir_ / "t.dbf", OpenMode::kReadWrite, kind, 1, 0, &f);
+    EXPECT_TRUE(s.ok() || s.IsNotFound()) << s.ToString();
+    return f;
+  };
+  open();  // parked as it goes
+  g_opens = 0;
+  auto f = open();
+  EXPECT_EQ(g_opens, 0) << "the kept descriptor";
+  ASSERT_NE(f, nullptr);
+  EXPECT_EQ(f->size_at_open(), 5u);
+  EXPECT_TRUE(RemoveFile(dir_ / "t.dbf").IsBusy()) << "its lock is taken again";
+  f.reset();
+  {
+    std::unique_ptr<File> other;
+    ASSERT_TRUE(File::Open(dir_ / "t.dbf", OpenMode::kRead, &other).ok());
+    EXPECT_TRUE(other->ShareLock(LockKind::kExclusive, false).ok()) << "a parked descriptor holds no lock";
+  }
+
+  // The name replaced while parked: the new file, through a fresh open.
+  WriteWhole(dir_ / "new.dbf", "second!");
+  ASSERT_EQ(::rename((dir_ / "new.dbf").c_str(), (dir_ / "t.dbf").c_str()), 0);  // behind the park's back
+  g_opens = 0;
+  f = open();
+  ASSERT_NE(f, nullptr);
+  EXPECT_EQ(g_opens, 1);
+  EXPECT_EQ(f->size_at_open(), 7u);
+  char b[8] = {};
+  ASSERT_TRUE(f->ReadExactAt(0, b, 7).ok());
+  EXPECT_STREQ(b, "second!");
+  f.reset();
+  // Removed while parked: not found.
+  ASSERT_EQ(::unlink((dir_ / "t.dbf").c_str()), 0);
+  EXPECT_EQ(open(), nullptr);
+
+  // A File that took a range lock is closed when it goes, and its range lock with it.
+  WriteWhole(dir_ / "t.dbf", "third");
+  f = open();
+  ASSERT_TRUE(f->LockRange(100, 1, LockKind::kExclusive, false).ok());
+  f.reset();
+  {
+    std::unique_ptr<File> other;
+    ASSERT_TRUE(File::Open(dir_ / "t.dbf", OpenMode::kReadWrite, &other).ok());
+    EXPECT_TRUE(other->LockRange(100, 1, LockKind::kExclusive, false).ok());
+  }
+  g_opens = 0;
+  f = open();
+  EXPECT_EQ(g_opens, 1) << "not taken from the park";
+  ASSERT_TRUE(f->LockRange(100, 1, LockKind::kExclusive, false).ok());
+  f.reset();  // closed, not parked: it locked a range
+
+  // A child of fork finds the park empty: its range locks exclude the parent's, which they could
+  // not on a shared open file description.
+  open();
+  open().reset();
+  Child child([p = dir_ / "t.dbf"] {
+    g_opens = 0;
+    static std::unique_ptr<File> kept;
+    return File::OpenLocked(p, OpenMode::kReadWrite, LockKind::kShared, 1, 0, &kept).ok() && g_opens == 1 &&
+           kept->LockRange(300, 1, LockKind::kExclusive, false).ok();
+  });
+  ASSERT_TRUE(child.WaitReady());
+  g_opens = 0;
+  f = open();
+  EXPECT_EQ(g_opens, 0) << "the parent's own kept descriptor";
+  EXPECT_TRUE(f->LockRange(300, 1, LockKind::kExclusive, false).IsBusy());
 }
 
 TEST_F(MappingTest, SeesWritesOfOtherFilesAndProcessesWithoutRemapping) {
