@@ -7,9 +7,14 @@
 //   - the multi-byte walks stay inside the text and on character boundaries, in every code page,
 //     and KvString's tokens and replacements give back the text they took apart.
 //   - MbsLen and MbLen never read past the NUL (AddressSanitizer watches the copy's end).
+//   - KvMemDumpString2Blob gives half the trimmed text's length in zeroed bytes, then one byte per
+//     decimal token, as a byte-by-byte model reads them where separators are single bytes (1252,
+//     UTF-8); in the double-byte pages, where a blank may be the second byte of a character, only
+//     the bounds are checked.
 //
 // Built as a libFuzzer target (fuzz_text) with KVD_FUZZ, else linked with replay_main.cc into
 // fuzz_replay_text, which runs every file of corpus/text through the same function as a test.
+#include <algorithm>
 #include <cctype>
 #include <cstddef>
 #include <cstdint>
@@ -17,12 +22,14 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "lib/foundation/kvhex.h"
 #include "lib/foundation/kvmbcs.h"
 #include "lib/foundation/kvstring.h"
 #include "lib/foundation/kvtext.h"
 #include "lib/foundation/kvutf.h"
+#include "lib/system/kvblob.h"
 
 bool g_fuzz_report = false;
 
@@ -135,6 +142,45 @@ void Walks(const std::string& text, const std::string& set) {
   Check(MbsLen(s) <= static_cast<long>(len), "MbsLen counts at most a character a byte");
 }
 
+// atoi of a 32-bit int, the long way: white space, a sign, digits, clamped to 32 bits.
+std::int32_t ModelAtoi(const std::string& token) {
+  std::size_t k = 0;
+  while (k < token.size() && std::strchr(" \t\n\v\f\r", token[k]) != nullptr && token[k] != '\0') ++k;
+  bool negative = false;
+  if (k < token.size() && (token[k] == '+' || token[k] == '-')) negative = token[k++] == '-';
+  std::int64_t v = 0;
+  for (; k < token.size() && token[k] >= '0' && token[k] <= '9'; ++k) v = std::min<std::int64_t>(v * 10 + (token[k] - '0'), std::int64_t{1} << 32);
+  if (negative) v = -v;
+  return static_cast<std::int32_t>(std::clamp<std::int64_t>(v, INT32_MIN, INT32_MAX));
+}
+
+void DecimalBytes(const std::string& text) {
+  KvBlob blob;
+  KvMemDumpString2Blob(text.c_str(), blob);
+  const char* const kTrimmed = " \t\n\r";
+  const std::size_t from = text.find_first_not_of(kTrimmed), to = text.find_last_not_of(kTrimmed);
+  const std::string trimmed = from == std::string::npos ? std::string() : text.substr(from, to - from + 1);
+  const long room = static_cast<long>(trimmed.size() / 2);
+  const long count = blob.GetByteCount();
+  Check(count >= room, "KvMemDumpString2Blob makes room for half the text");
+  Check(count <= room + static_cast<long>(trimmed.size() + 1) / 2, "a token takes two bytes of text at least");
+  Check((count == 0) == (blob.GetBytes() == nullptr), "only an empty blob has no block");
+  for (long i = 0; i < room; ++i) Check(blob.GetBytes()[i] == 0, "the room comes from a zeroed block");
+  if (_getmbcp() != kCodePageWestern && _getmbcp() != kCodePageUtf8) return;
+  std::vector<unsigned char> expected;
+  const char* const kSeparators = " \t\n";
+  for (std::size_t i = 0; i < trimmed.size();) {
+    std::size_t end = trimmed.find_first_of(kSeparators, i);
+    if (end == std::string::npos) end = trimmed.size();
+    expected.push_back(static_cast<unsigned char>(static_cast<std::uint32_t>(ModelAtoi(trimmed.substr(i, end - i))) & 0xFF));
+    i = trimmed.find_first_not_of(kSeparators, end);
+    if (i == std::string::npos) break;
+  }
+  Check(count == room + static_cast<long>(expected.size()), "one byte per token");
+  for (std::size_t i = 0; i < expected.size(); ++i)
+    Check(blob.GetBytes()[room + static_cast<long>(i)] == expected[i], "a token's low 8 bits");
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -157,6 +203,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   HexForms(first);
   WildCards(first, pattern);
   Walks(first, pattern.substr(0, 8));
+  DecimalBytes(first);
   _setmbcp(kCodePageWestern);
   return 0;
 }

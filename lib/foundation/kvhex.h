@@ -39,4 +39,6 @@ KVCLASS_API bool HexToULong64(std::uint32_t& high, std::uint32_t& low, const cha
 // the digits and '*' for a byte that can be read but not written, or "?? " for one that cannot be
 // read; one more blank after every fourth byte and a line feed after every sixteenth, and a line
 // feed closing a last line that is not full. Access is asked of the system once per call.
+// KvMemDumpString2Blob, which reads a list of decimal bytes (not this dump) into a KvBlob, is
+// declared with KvBlob in lib/system/kvblob.h.
 KVCLASS_API KvString KvMemDump2String(const void* p, long n);

@@ -7,6 +7,7 @@
 // Internals answer with a Status; the exported functions turn it into the bool or int their
 // callers know and never let an exception out.
 #include "lib/system/tree.h"
+#include "lib/system/tree_impl.h"
 
 #include <atomic>
 #include <cstdint>
@@ -186,7 +187,9 @@ Status MakeOneDirectory(std::string_view dir, bool durable = true) {
   return platform::SyncDirectory(parent.empty() ? std::string_view(".") : parent);
 }
 
-// Makes a directory and every missing one above it.
+}  // namespace
+
+// Also used by the whole-file functions (kvfile.cc) through tree_impl.h.
 Status MakeDirectoryPath(std::string_view dir, bool durable) {
   dir = WithoutTrailingSeparators(dir);
   if (dir.empty() || platform::DirectoryExists(dir)) return Status::Ok();
@@ -194,6 +197,8 @@ Status MakeDirectoryPath(std::string_view dir, bool durable) {
   if (!parent.empty() && parent.size() < dir.size()) KVD_RETURN_IF_ERROR(MakeDirectoryPath(parent, durable));
   return MakeOneDirectory(dir, durable);
 }
+
+namespace {
 
 Status CopyDirectory(const std::string& src_dir, const std::string& dst_dir, const CopyRules& rules);
 
