@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "engine/codec.h"
+#include "platform/ascii.h"
 #include "platform/env.h"
 
 namespace kvd::engine {
@@ -243,7 +244,7 @@ Status CdxFile::ReadDirectory() {
     Tag t;
     t.def.name = pos.entry().key;
     while (!t.def.name.empty() && (t.def.name.back() == ' ' || t.def.name.back() == '\0')) t.def.name.pop_back();
-    for (char& c : t.def.name) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    for (char& c : t.def.name) c = platform::AsciiUpper(c);
     t.header = pos.entry().recno;
     if (t.header % cdx::kPageSize != 0 || t.header < cdx::kHeaderSize)
       return KVD_CORRUPT(p, t.header, "tag header at an impossible offset");
@@ -305,7 +306,7 @@ Status CdxFile::CreateEmpty(std::string_view path, const std::vector<CdxTagDef>&
     if (!s.filter.empty()) opt |= cdx::kOptFor;
     header(off, s.fmt.key_len, opt, s.expression, s.filter, s.descending, s.unique && s.unique_continue);
     std::string name = s.name;
-    for (char& c : name) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    for (char& c : name) c = platform::AsciiUpper(c);
     name.resize(cdx::kTagNameLen, ' ');
     dir.push_back(CdxEntry{name, off, 0});
     CdxPage root;
@@ -330,7 +331,7 @@ Status CdxFile::CreateEmpty(std::string_view path, const std::vector<CdxTagDef>&
   for (std::size_t i = 0; i < defs.size(); ++i) {
     // The directory sorted the tags by header offset, which is the given order.
     f->tags_[i].def = defs[i];
-    for (char& c : f->tags_[i].def.name) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    for (char& c : f->tags_[i].def.name) c = platform::AsciiUpper(c);
   }
   *out = std::move(f);
   return Status::Ok();

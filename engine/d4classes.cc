@@ -3,6 +3,8 @@
 #include <cctype>
 #include <cstring>
 
+#include "platform/ascii.h"
+
 const char* Field4::str() const {
   char* s = f4str(f_);
   std::size_t n = std::strlen(s);
@@ -45,8 +47,7 @@ int Field4info::del(int index) {
 int Field4info::del(const char* name) {
   for (int i = 0; name && i < numFields(); ++i) {
     const std::string& n = names_[static_cast<std::size_t>(i)];
-    if (n.size() == std::strlen(name) &&
-        std::equal(n.begin(), n.end(), name, [](char a, char b) { return std::toupper(static_cast<unsigned char>(a)) == std::toupper(static_cast<unsigned char>(b)); }))
+    if (kvd::platform::EqualNoCaseAscii(n, name))
       return del(i);
   }
   return e4fieldName;

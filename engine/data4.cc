@@ -9,6 +9,7 @@
 #include "engine/dbf_format.h"
 #include "engine/memo_ptr.h"
 #include "engine/table_names.h"
+#include "platform/ascii.h"
 #include "platform/file.h"
 #include "platform/path.h"
 
@@ -659,10 +660,7 @@ FIELD4St* d4field(DATA4St* d, const char* name) {
   while (!want.empty() && want.back() == ' ') want.pop_back();
   for (auto& f : d->fields) {
     const std::string& have = f->layout.name;
-    if (have.size() == want.size() &&
-        std::equal(have.begin(), have.end(), want.begin(), [](char a, char b) {
-          return std::toupper(static_cast<unsigned char>(a)) == std::toupper(static_cast<unsigned char>(b));
-        }))
+    if (kvd::platform::EqualNoCaseAscii(have, want))
       return f.get();
   }
   return nullptr;

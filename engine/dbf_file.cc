@@ -8,6 +8,7 @@
 #include "engine/codec.h"
 #include "engine/dbf_format.h"
 #include "engine/temp_name.h"
+#include "platform/ascii.h"
 #include "platform/env.h"
 #include "platform/path.h"
 
@@ -127,10 +128,10 @@ Status DbfFile::ParseHeader(std::uint64_t size) {
     std::size_t n = 0;
     while (n < dbf::kFdNameLen && d[n] != 0) ++n;
     f.name.assign(reinterpret_cast<const char*>(d), n);
-    for (char& c : f.name) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    for (char& c : f.name) c = platform::AsciiUpper(c);
     while (!f.name.empty() && f.name.back() == ' ') f.name.pop_back();
     if (f.name.empty()) return KVD_CORRUPT(p, pos, "field without a name");
-    f.type = static_cast<char>(std::toupper(d[dbf::kFdType]));
+    f.type = platform::AsciiUpper(static_cast<char>(d[dbf::kFdType]));
     f.len = d[dbf::kFdLen];
     f.dec = d[dbf::kFdDec];
     f.flags = vfp ? d[dbf::kFdFlags] : 0;
@@ -357,14 +358,14 @@ Status DbfFile::Layout(std::vector<FieldLayout>* fields, std::uint32_t* record_l
   std::uint32_t off = 1;
   for (std::size_t i = 0; i < fields->size(); ++i) {
     FieldLayout& f = (*fields)[i];
-    for (char& c : f.name) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    for (char& c : f.name) c = platform::AsciiUpper(c);
     if (f.name.empty() || f.name.size() > dbf::kMaxFieldName)
       return Status::InvalidArgument("field name must have 1 to 10 characters: '" + f.name + "'");
     if (!std::all_of(f.name.begin(), f.name.end(), IsValidNameChar) || (f.name[0] >= '0' && f.name[0] <= '9'))
       return Status::InvalidArgument("field name with a character a table cannot hold: " + f.name);
     for (std::size_t j = 0; j < i; ++j)
       if ((*fields)[j].name == f.name) return Status::InvalidArgument("field name twice: " + f.name);
-    f.type = static_cast<char>(std::toupper(static_cast<unsigned char>(f.type)));
+    f.type = platform::AsciiUpper(f.type);
     switch (f.type) {
       case 'C':
         if (f.len < 1 || f.len > 254 + 1) return Status::InvalidArgument("character width must be 1 to 255: " + f.name);

@@ -8,6 +8,7 @@
 #include "engine/number.h"
 #include "engine/table_names.h"
 #include "engine/temp_name.h"
+#include "platform/ascii.h"
 #include "platform/file.h"
 #include "platform/path.h"
 
@@ -21,11 +22,7 @@ CdxKeyFormat FormatFor(const Expr& e) {
   return CdxKeyFormat{e.key_length(), static_cast<unsigned char>(e.type() == ExprType::kChar ? ' ' : 0)};
 }
 
-bool EqualNoCase(std::string_view a, std::string_view b) {
-  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-           return std::toupper(static_cast<unsigned char>(x)) == std::toupper(static_cast<unsigned char>(y));
-         });
-}
+bool EqualNoCase(std::string_view a, std::string_view b) { return kvd::platform::EqualNoCaseAscii(a, b); }
 
 // Runs `f` with the index's read lock.
 template <typename F>

@@ -8,13 +8,14 @@
 #include <vector>
 
 #include "engine/table_names.h"
+#include "platform/ascii.h"
 #include "platform/file.h"
 #include "platform/path.h"
 
 namespace kvd::frame {
 namespace {
 
-char Upper(int c) { return static_cast<char>(std::toupper(static_cast<unsigned char>(c))); }
+char Upper(int c) { return platform::AsciiUpper(static_cast<char>(c)); }
 
 bool SameName(const char* a, const char* b) {
   for (; *a != '\0' && *b != '\0'; ++a, ++b)
