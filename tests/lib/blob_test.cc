@@ -20,6 +20,7 @@
 
 namespace {
 
+using kvd::platform::testing::ScopedEnv;
 namespace fs = std::filesystem;
 using kvd::classlib::testing::FailureOf;
 using kvd::platform::testing::ReadWhole;
@@ -60,19 +61,6 @@ int LinesSince(unsigned long since, const std::string& text) {
   for (unsigned n = 0; n < KvDebugLineCount() - since && KvDebugLastLine(n, line, sizeof line); ++n) found += text == line;
   return found;
 }
-
-class ScopedEnv {
- public:
-  ScopedEnv(const char* name, const std::string& value) : name_(name) {
-    if (const char* old = std::getenv(name)) old_ = old;
-    ::setenv(name, value.c_str(), 1);
-  }
-  ~ScopedEnv() { old_ ? ::setenv(name_, old_->c_str(), 1) : ::unsetenv(name_); }
-
- private:
-  const char* name_;
-  std::optional<std::string> old_;
-};
 
 // ---------------------------------------------------------------------------------------------
 // Growth and the size classes

@@ -19,6 +19,7 @@
 
 namespace {
 
+using kvd::platform::testing::ScopedEnv;
 namespace fs = std::filesystem;
 using kvd::platform::testing::ReadWhole;
 using kvd::platform::testing::TestDir;
@@ -54,19 +55,6 @@ std::set<std::string> Tree(const std::string& dir) {
   }
   return out;
 }
-
-class ScopedEnv {
- public:
-  ScopedEnv(const char* name, const std::string& value) : name_(name) {
-    if (const char* old = std::getenv(name)) old_ = old;
-    ::setenv(name, value.c_str(), 1);
-  }
-  ~ScopedEnv() { old_ ? ::setenv(name_, old_->c_str(), 1) : ::unsetenv(name_); }
-
- private:
-  const char* name_;
-  std::optional<std::string> old_;
-};
 
 class ScopedCwd {
  public:

@@ -15,21 +15,8 @@ namespace {
 
 using testing::TestDir;
 using testing::WriteWhole;
+using testing::ScopedEnv;
 namespace fs = std::filesystem;
-
-// Sets (or, with nullptr, clears) an environment variable for one test and puts it back after.
-class ScopedEnv {
- public:
-  ScopedEnv(const char* name, const char* value) : name_(name) {
-    if (const char* old = std::getenv(name)) old_ = old;
-    value != nullptr ? ::setenv(name, value, 1) : ::unsetenv(name);
-  }
-  ~ScopedEnv() { old_ ? ::setenv(name_, old_->c_str(), 1) : ::unsetenv(name_); }
-
- private:
-  const char* name_;
-  std::optional<std::string> old_;
-};
 
 class HostPathTest : public ::testing::Test {
  protected:

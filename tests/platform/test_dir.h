@@ -10,6 +10,7 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <optional>
 #include <string>
 
 namespace kvd::platform::testing {
@@ -80,6 +81,21 @@ class Child {
   pid_t pid_ = -1;
   int ready_[2] = {-1, -1};
   int go_[2] = {-1, -1};
+};
+
+// Sets (or, with nullptr, clears) an environment variable for one test and puts it back after.
+class ScopedEnv {
+ public:
+  ScopedEnv(const char* name, const char* value) : name_(name) {
+    if (const char* old = std::getenv(name)) old_ = old;
+    value != nullptr ? ::setenv(name, value, 1) : ::unsetenv(name);
+  }
+  ScopedEnv(const char* name, const std::string& value) : ScopedEnv(name, value.c_str()) {}
+  ~ScopedEnv() { old_ ? ::setenv(name_, old_->c_str(), 1) : ::unsetenv(name_); }
+
+ private:
+  const char* name_;
+  std::optional<std::string> old_;
 };
 
 }  // namespace kvd::platform::testing
