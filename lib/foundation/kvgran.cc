@@ -9,7 +9,6 @@
 
 #include <cxxabi.h>
 
-#include <bit>
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
@@ -83,22 +82,56 @@ char* ReadLink(const char* block) {
 
 void WriteLink(char* block, char* next) { std::memcpy(block, &next, sizeof next); }
 
-// Zeroes a block; the small classes with stores of a known width instead of a call.
+// Zeroes a block; the classes up to 128 bytes with stores of a known width instead of a call
+// (128 as two halves: the compiler makes a slow string store of one 128-byte memset).
 inline void ZeroBlock(char* block, std::uint32_t size) {
   switch (size) {
     case 8: std::memset(block, 0, 8); break;
     case 16: std::memset(block, 0, 16); break;
     case 32: std::memset(block, 0, 32); break;
     case 64: std::memset(block, 0, 64); break;
-    case 128: std::memset(block, 0, 128); break;
+    case 128:
+      std::memset(block, 0, 64);
+      std::memset(block + 64, 0, 64);
+      break;
     default: std::memset(block, 0, size); break;
   }
 }
 
-// _IsPointerInComittedRange without the call, for the hot paths (which hold _omtx and have an arena).
-inline bool Committed(const char* pv) {
-  const std::uintptr_t p = Addr(pv);
-  return p >= Addr(KvGranularity::_pvBase) + KVGRAN_HEADER_SIZE && p + 7 < Addr(KvGranularity::_poinf->_pchNextCommit);
+// Fills a fresh block with the `keep` bytes at `src` and zeros behind them. Up to 128 bytes the
+// whole block is cleared by fixed-width stores first; above, each byte is written once.
+inline void FillBlock(char* block, std::uint32_t size, const void* src, std::size_t keep) {
+  if (size <= 128) {
+    ZeroBlock(block, size);
+    if (keep > 0) std::memcpy(block, src, keep);
+  } else {
+    if (keep > 0) std::memcpy(block, src, keep);
+    std::memset(block + keep, 0, size - keep);
+  }
+}
+
+// _IsPointerInComittedRange without the call, for the hot paths (which hold _omtx and have an
+// arena). The bounds are read once per operation: only MemPrepare moves them.
+struct CommittedRange {
+  std::uintptr_t lo, hi;
+  CommittedRange()
+      : lo(Addr(KvGranularity::_pvBase) + KVGRAN_HEADER_SIZE), hi(Addr(KvGranularity::_poinf->_pchNextCommit)) {}
+  bool Holds(const char* pv) const { return Addr(pv) >= lo && Addr(pv) + 7 < hi; }
+};
+
+// The failures of Alloc and Free that format a text, out of the hot paths.
+[[noreturn, gnu::cold, gnu::noinline]] void ThrowIllegalSize(std::size_t size, std::uint32_t gran_size) {
+  char text[160];
+  std::snprintf(text, sizeof text,
+                "KvGranularity::Alloc(): Illegal attempt to\tallocate 0x%zx bytes from Granularity with 0x%x bytes", size,
+                gran_size);
+  KvGranThrow(text);
+}
+
+[[noreturn, gnu::cold, gnu::noinline]] void ThrowMisaligned(const char* block, std::uint32_t gran_size) {
+  KvDebugLineF("KvGranularity::Free: pv=0x%" PRIxPTR " _stSize=0x%x base=0x%" PRIxPTR "\n", Addr(block), gran_size,
+               Addr(KvGranularity::_pvBase));
+  KvGranThrow("KvGranularity::Free(): pointer does not match granularity size");
 }
 
 // Forgets the arena of this process (after its memory went).
@@ -135,7 +168,7 @@ void TypeText(const std::type_info& type, char* out, std::size_t cb) {
   std::snprintf(out, cb, "%s", status == 0 && name ? name.get() : type.name());
 }
 
-void Count(KvGranularity& g, KvGranularityMemoryWatcher* w, int sign) {
+__attribute__((always_inline)) inline void Count(KvGranularity& g, KvGranularityMemoryWatcher* w, int sign) {
   KvGranularity::Info* inf = KvGranularity::_poinf;
   const std::int64_t bytes = static_cast<std::int64_t>(g._stSize) * sign;
   if (inf->_bEnableMemChecking) {
@@ -153,12 +186,6 @@ void Count(KvGranularity& g, KvGranularityMemoryWatcher* w, int sign) {
     inf->_cStaticBytes += bytes;
     if (w != nullptr) w->m_cStatic += sign;
   }
-}
-
-// The class of a size, or -1 (sizes of 0 and above 16 MiB have none).
-inline std::int32_t GranIndex(std::size_t size) {
-  if (size == 0 || size > (std::size_t{1} << 31)) return -1;
-  return KvGranularity::_aulNdxMap[std::bit_width(2 * size - 1)];
 }
 
 _KVMEM_STAT g_memstat = {0, 0};
@@ -227,27 +254,69 @@ _KVMEM_STAT* KvGetMemStat() { return &g_memstat; }
 // ---------------------------------------------------------------------------------------------
 // One class
 
-void* KvGranularity::Alloc(std::size_t size, KvGranularityMemoryWatcher* watcher) {
-  if (_stSize == 0) [[unlikely]] return nullptr;
-  OmtxHold hold;
-  if (_pchNextFree != nullptr && !Committed(_pchNextFree)) [[unlikely]]
+__attribute__((always_inline)) inline char* KvGranularity::_PopLocked(std::size_t size) {
+  CommittedRange range;
+  if (_pchNextFree != nullptr && !range.Holds(_pchNextFree)) [[unlikely]]
     KvGranThrow("KvGranularity::Alloc(): b4: next free pointer not in committed range");
-  if (size > _stSize) [[unlikely]] {
-    char text[160];
-    std::snprintf(text, sizeof text,
-                  "KvGranularity::Alloc(): Illegal attempt to\tallocate 0x%zx bytes from Granularity with 0x%x bytes",
-                  size, _stSize);
-    KvGranThrow(text);
+  if (size > _stSize) [[unlikely]] ThrowIllegalSize(size, _stSize);
+  if (_pchNextFree == nullptr) [[unlikely]] {
+    MemPrepare();
+    range = CommittedRange();
   }
-  if (_pchNextFree == nullptr) [[unlikely]] MemPrepare();
   char* block = _pchNextFree;
   char* next = ReadLink(block);
-  if (next != nullptr && !Committed(next)) [[unlikely]]
+  if (next != nullptr && !range.Holds(next)) [[unlikely]]
     KvGranThrow("KvGranularity::Alloc(): after: next free pointer not in committed range");
   _pchNextFree = next;
   Unpoison(block, _stSize);
+  return block;
+}
+
+__attribute__((always_inline)) inline bool KvGranularity::_CheckFreeLocked(const char* block) const {
+  if (!CommittedRange().Holds(block)) [[unlikely]] KvGranThrow("KvGranularity::Free(): pointer not in committed range");
+  if (_stSize == 0) [[unlikely]] return false;
+  const std::uintptr_t align = _stSize < kCarveUnit ? _stSize : kCarveUnit;
+  if ((Addr(block) & (align - 1)) != 0) [[unlikely]] ThrowMisaligned(block, _stSize);  // sizes are powers of two
+  return true;
+}
+
+__attribute__((always_inline)) inline void KvGranularity::_PushLocked(char* block, KvGranularityMemoryWatcher* watcher) {
+  WriteLink(block, _pchNextFree);
+  _pchNextFree = block;
+  PoisonFree(block, _stSize);
+  Count(*this, watcher, -1);
+}
+
+void* KvGranularity::Alloc(std::size_t size, KvGranularityMemoryWatcher* watcher) {
+  if (_stSize == 0) [[unlikely]] return nullptr;
+  OmtxHold hold;
+  char* block = _PopLocked(size);
   ZeroBlock(block, _stSize);
   Count(*this, watcher, +1);
+  return block;
+}
+
+void* KvGranularity::AllocCopy(const void* src, std::size_t keep, KvGranularityMemoryWatcher* watcher) {
+  if (_stSize == 0) [[unlikely]] return nullptr;
+  OmtxHold hold;
+  char* block = _PopLocked(keep);
+  FillBlock(block, _stSize, src, keep);
+  Count(*this, watcher, +1);
+  return block;
+}
+
+void* KvGranularity::Regrow(KvGranularity* from, void* old, std::size_t keep, KvGranularityMemoryWatcher* watcher) {
+  if (from == nullptr || old == nullptr) return AllocCopy(old, keep, watcher);
+  if (_stSize == 0) [[unlikely]] return nullptr;
+  char* const prev = static_cast<char*>(old);
+  // One hold for all of it, as Alloc holds the lock while it clears a block: the copy writes no
+  // more bytes than that clearing did.
+  OmtxHold hold;
+  const bool give_back = from->_CheckFreeLocked(prev);  // first: a failure leaves everything as it was
+  char* block = _PopLocked(keep);
+  FillBlock(block, _stSize, prev, keep);
+  Count(*this, watcher, +1);
+  if (give_back) from->_PushLocked(prev, watcher);
   return block;
 }
 
@@ -277,18 +346,7 @@ void KvGranularity::MemPrepare() {
 void KvGranularity::Free(void* pv, KvGranularityMemoryWatcher* watcher) {
   char* block = static_cast<char*>(pv);
   OmtxHold hold;
-  if (!Committed(block)) KvGranThrow("KvGranularity::Free(): pointer not in committed range");
-  if (_stSize == 0) return;
-  const std::uintptr_t align = _stSize < kCarveUnit ? _stSize : kCarveUnit;
-  if ((Addr(block) & (align - 1)) != 0) {  // every class size is a power of two
-    KvDebugLineF("KvGranularity::Free: pv=0x%" PRIxPTR " _stSize=0x%x base=0x%" PRIxPTR "\n", Addr(block), _stSize,
-                 Addr(_pvBase));
-    KvGranThrow("KvGranularity::Free(): pointer does not match granularity size");
-  }
-  WriteLink(block, _pchNextFree);
-  _pchNextFree = block;
-  PoisonFree(block, _stSize);
-  Count(*this, watcher, -1);
+  if (_CheckFreeLocked(block)) _PushLocked(block, watcher);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -424,10 +482,8 @@ void* KvGranularity::_AllocFixed(std::size_t size) {
   return block;
 }
 
-std::int32_t KvGranularity::_GetGranularityIndex(std::size_t size) { return GranIndex(size); }
-
 void* KvGranularity::_Alloc(std::size_t size, KvGranularityMemoryWatcher* watcher) {
-  const std::int32_t i = GranIndex(size);
+  const std::int32_t i = _GetGranularityIndex(size);
   if (i < 0) {
     char text[120];
     std::snprintf(text, sizeof text, "KvGranularity::_Alloc(): no granularity holds 0x%zx bytes", size);
@@ -438,7 +494,7 @@ void* KvGranularity::_Alloc(std::size_t size, KvGranularityMemoryWatcher* watche
 }
 
 void KvGranularity::_Free(void* pv, std::size_t size, KvGranularityMemoryWatcher* watcher) {
-  const std::int32_t i = GranIndex(size);
+  const std::int32_t i = _GetGranularityIndex(size);
   if (i < 0) {
     char text[120];
     std::snprintf(text, sizeof text, "KvGranularity::_Free(): no granularity holds 0x%zx bytes", size);

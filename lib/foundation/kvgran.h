@@ -35,6 +35,7 @@
 #pragma once
 
 #include <atomic>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <typeinfo>
@@ -65,6 +66,15 @@ class KVCLASS_API KvGranularity {
   void* Alloc(std::size_t size, KvGranularityMemoryWatcher* watcher);
   // Gives `pv`, a block of this class, back to its free list.
   void Free(void* pv, KvGranularityMemoryWatcher* watcher);
+  // A block of this class that begins with the `keep` bytes at `src` (at most GetSize()) and is
+  // zero behind them: what Alloc and a copy give, with each byte written once. Null from a class
+  // without memory. Counts to `watcher`.
+  void* AllocCopy(const void* src, std::size_t keep, KvGranularityMemoryWatcher* watcher);
+  // The same from the first `keep` bytes of `old`, a block of class `from`, which then goes back to
+  // `from` as by Free: one call and one hold of the lock for what a growing buffer does. Without
+  // `from` or `old` it is AllocCopy. A failure changes nothing: `old` stays allocated and no
+  // counter moves.
+  void* Regrow(KvGranularity* from, void* old, std::size_t keep, KvGranularityMemoryWatcher* watcher);
   std::uint32_t GetSize() const { return _stSize; }
   std::uint32_t GetBlockSize() const { return _stBlockSize; }
   std::int64_t GetAllocated() const { return _cAllocated; }
@@ -95,8 +105,12 @@ class KVCLASS_API KvGranularity {
   static void* _Alloc(std::size_t size, KvGranularityMemoryWatcher* watcher);
   // Gives back a block; `size` is the size it was allocated with.
   static void _Free(void* pv, std::size_t size, KvGranularityMemoryWatcher* watcher);
-  // The class index for `size` (1 .. 15), or -1 when no class holds it.
-  static std::int32_t _GetGranularityIndex(std::size_t size);
+  // The class index for `size` (1 .. 15), or -1 when no class holds it. Inline, as a string picks
+  // its class on every growth.
+  static std::int32_t _GetGranularityIndex(std::size_t size) {
+    if (size == 0 || size > (std::size_t{1} << 31)) return -1;
+    return _aulNdxMap[std::bit_width(2 * size - 1)];
+  }
 
   static void* _GetRootObj();  // base + 0x10000, null without arena
   static void* _GetBase();
@@ -142,6 +156,13 @@ class KVCLASS_API KvGranularity {
  private:
   static void _Init(bool first);
   void MemPrepare();
+  // The parts of Alloc and Free, for callers that hold _omtx. _PopLocked makes Alloc's checks and
+  // takes the head of the free list (carving when it is empty), unpoisoned but not cleared;
+  // _CheckFreeLocked makes Free's checks (false: a class without memory, nothing to give back);
+  // _PushLocked gives the block back and counts it.
+  char* _PopLocked(std::size_t size);
+  bool _CheckFreeLocked(const char* block) const;
+  void _PushLocked(char* block, KvGranularityMemoryWatcher* watcher);
 };
 
 // The arena's header, at its base.

@@ -202,44 +202,24 @@ IntWidth WidthOfConversion(const char* fmt) {
 // KvString: buffer
 
 void KvString::_Grow(std::size_t need, OldBuffer* old) {
-  const std::size_t capacity = _pogran != nullptr ? _pogran->GetSize() : 0;
-  if (need <= capacity) return;
+  // At or below the capacity nothing happens; the empty text (need 1) never takes a buffer.
+  if (need <= _cbBuf || need <= 1) return;
   const std::size_t len = _psz != nullptr ? static_cast<std::size_t>(GetLength()) : 0;
-  old->psz = _psz;
-  old->pogran = _pogran;
-  _psz = nullptr;
-  _pogran = nullptr;
-  _cchLen = 0;
-  if (need <= 1) return;  // the empty text never takes a buffer
   const std::int32_t index = KvGranularity::_GetGranularityIndex(need);
-  if (index < 0 || KvGranularity::_aogran == nullptr) {
-    // Leaves the string as it was, then fails as the arena does.
-    _psz = old->psz;
-    _pogran = old->pogran;
-    _cchLen = static_cast<std::uint32_t>(len);
-    *old = OldBuffer();
+  if (index < 0 || KvGranularity::_aogran == nullptr) [[unlikely]] {
+    // Fails as the arena does; the string stays as it was.
     KvGranularity::_Alloc(need, _GetInternalAllocWatcher());
     return;
   }
   KvGranularity* gran = &KvGranularity::_aogran[index];
-  char* fresh = nullptr;
-  try {
-    fresh = static_cast<char*>(gran->Alloc(need, _GetInternalAllocWatcher()));
-  } catch (...) {
-    _psz = old->psz;
-    _pogran = old->pogran;
-    _cchLen = static_cast<std::uint32_t>(len);
-    *old = OldBuffer();
-    throw;
-  }
+  // The text, and zeros behind it: a fresh buffer is all NUL but for what was copied into it.
+  char* fresh = static_cast<char*>(gran->AllocCopy(_psz, len, _GetInternalAllocWatcher()));
+  old->psz = _psz;
+  old->pogran = _pogran;
   _psz = fresh;
   _pogran = gran;
-  if (old->psz != nullptr) {
-    std::memcpy(_psz, old->psz, len + 1);
-    _SetLength(len);
-  } else {
-    _psz[0] = '\0';
-  }
+  _cbBuf = gran->GetSize();
+  _SetLength(len);
   const char* pszOld = old->psz;
   KV_ASSERT(_psz != pszOld, "OSTR");
 }
@@ -268,6 +248,17 @@ void KvString::_Assign(const char* p, std::size_t n) {
 void KvString::_Append(const char* p, std::size_t n) {
   if (n == 0) return;
   const std::size_t len = static_cast<std::size_t>(GetLength());
+  if (len + n < _cbBuf) {
+    std::memmove(_psz + len, p, n);  // `p` may lie in this buffer
+    _psz[len + n] = '\0';
+    _SetLength(len + n);
+    return;
+  }
+  // A source anywhere in the old buffer (ConcatN reads behind the text too) must be read before
+  // that buffer goes back: only a foreign source takes the one-call growth.
+  const auto at = reinterpret_cast<std::uintptr_t>(p), buf = reinterpret_cast<std::uintptr_t>(_psz);
+  const bool own = _psz != nullptr && at < buf + _cbBuf && at + n > buf;
+  if (!own && _AppendGrowing(p, n, len)) return;
   OldBuffer old;
   _Grow(len + n + 1, &old);
   std::memmove(_psz + len, p, n);
@@ -276,13 +267,34 @@ void KvString::_Append(const char* p, std::size_t n) {
   _Release(old);
 }
 
+bool KvString::_AppendGrowing(const char* p, std::size_t n, std::size_t len) {
+  const std::int32_t index = KvGranularity::_GetGranularityIndex(len + n + 1);
+  if (index < 0 || KvGranularity::_aogran == nullptr) [[unlikely]] return false;  // _Grow fails for it
+  KvGranularity* gran = &KvGranularity::_aogran[index];
+  // The old text, zeros behind it, and the old buffer back to its class, in one call.
+  char* fresh = static_cast<char*>(gran->Regrow(_pogran, _psz, len, _GetInternalAllocWatcher()));
+  const char* pszOld = _psz;
+  _psz = fresh;
+  _pogran = gran;
+  _cbBuf = gran->GetSize();
+  if (n == 1) {
+    _psz[len] = *p;  // a character: no call for one byte
+  } else {
+    std::memcpy(_psz + len, p, n);
+  }
+  _psz[len + n] = '\0';
+  _SetLength(len + n);
+  KV_ASSERT(_psz != pszOld, "OSTR");
+  return true;
+}
+
 long KvString::GetLength() const {
   if (_psz == nullptr) return 0;
   if (_cchLen == kLengthUnknown || _psz[_cchLen] != '\0') _cchLen = static_cast<std::uint32_t>(std::strlen(_psz));
   return static_cast<long>(_cchLen);
 }
 
-long KvString::GetMaxLength() const { return _pogran != nullptr ? static_cast<long>(_pogran->GetSize()) - 1 : 0; }
+long KvString::GetMaxLength() const { return _cbBuf > 0 ? static_cast<long>(_cbBuf) - 1 : 0; }
 
 char* KvString::GetCharPtr() {
   if (_psz == nullptr) return KvStringBase::_s_szEmpty;
@@ -297,10 +309,12 @@ bool KvString::IsValid() const { return _psz == nullptr || HasNulWithin(_psz, st
 
 KvString::KvString(const char* psz) { _Assign(psz, std::strlen(psz)); }
 KvString::KvString(const KvString& other) { _Assign(other, static_cast<std::size_t>(other.GetLength())); }
-KvString::KvString(KvString&& other) noexcept : _psz(other._psz), _pogran(other._pogran), _cchLen(other._cchLen) {
+KvString::KvString(KvString&& other) noexcept
+    : _psz(other._psz), _pogran(other._pogran), _cchLen(other._cchLen), _cbBuf(other._cbBuf) {
   other._psz = nullptr;
   other._pogran = nullptr;
   other._cchLen = 0;
+  other._cbBuf = 0;
 }
 KvString::KvString(const KvStringBase& other) : KvString(static_cast<const char*>(other)) {}
 KvString::KvString(char ch) { _Append(&ch, ch != '\0' ? 1 : 0); }
@@ -389,16 +403,18 @@ KvString& KvString::operator=(KvString&& other) noexcept {
     _psz = other._psz;
     _pogran = other._pogran;
     _cchLen = other._cchLen;
+    _cbBuf = other._cbBuf;
     other._psz = nullptr;
     other._pogran = nullptr;
     other._cchLen = 0;
+    other._cbBuf = 0;
   }
   return *this;
 }
 KvString& KvString::operator=(const KvStringBase& other) { return *this = static_cast<const char*>(other); }
 
-KvString& KvString::_AppendText(const char* psz) {
-  if (psz != nullptr) _Append(psz, std::strlen(psz));
+KvString& KvString::_AppendText(const char* psz, std::size_t n) {
+  _Append(psz, n);
   return *this;
 }
 KvString& KvString::operator+=(const KvString& other) {
@@ -407,7 +423,15 @@ KvString& KvString::operator+=(const KvString& other) {
 }
 KvString& KvString::operator+=(const KvStringBase& other) { return *this += static_cast<const char*>(other); }
 KvString& KvString::_AppendChar(char ch) {
-  if (ch != '\0') _Append(&ch, 1);
+  if (ch == '\0') return *this;
+  const std::size_t len = static_cast<std::size_t>(GetLength());
+  if (len + 1 < _cbBuf) {
+    _psz[len] = ch;
+    _psz[len + 1] = '\0';
+    _SetLength(len + 1);
+  } else if (!_AppendGrowing(&ch, 1, len)) {
+    _Append(&ch, 1);  // no class holds it: fails there
+  }
   return *this;
 }
 

@@ -220,25 +220,35 @@ class KVCLASS_API KvString {
   KvString& operator=(KvString&& other) noexcept;
   KvString& operator=(const KvStringBase& other);
   KvString& operator+=(const char* psz) {
-    // Inline while the text fits the buffer; growth and every odd case go the long way.
-    if (psz != nullptr && _psz != nullptr && _cchLen != kLengthUnknown && _psz[_cchLen] == '\0') {
-      const std::size_t n = std::strlen(psz);
-      if (_cchLen + n < _pogran->GetSize() && (psz < _psz || psz > _psz + _cchLen)) {
-        std::memcpy(_psz + _cchLen, psz, n + 1);
-        _cchLen += static_cast<std::uint32_t>(n);
+    // Inline while the text fits the buffer; growth and every odd case go the long way. One test
+    // of the capacity covers "no buffer" (capacity 0) and an unknown length (the sum passes 2^32).
+    // Length and end are taken into locals first: a store through char* may alias the members, and
+    // the compiler would read them again after each.
+    if (psz == nullptr) return *this;
+    const std::size_t n = std::strlen(psz);
+    const std::uint32_t len = _cchLen;
+    if (std::size_t{len} + n < _cbBuf) {
+      char* const end = _psz + len;
+      if (*end == '\0' && (psz < _psz || psz > end)) {
+        std::memcpy(end, psz, n + 1);
+        _cchLen = len + static_cast<std::uint32_t>(n);
         return *this;
       }
     }
-    return _AppendText(psz);
+    return _AppendText(psz, n);
   }
   KvString& operator+=(const KvString& other);
   KvString& operator+=(const KvStringBase& other);
   KvString& operator+=(char ch) {
-    if (ch != '\0' && _psz != nullptr && _cchLen != kLengthUnknown && _psz[_cchLen] == '\0' &&
-        _cchLen + 1 < _pogran->GetSize()) {
-      _psz[_cchLen++] = ch;
-      _psz[_cchLen] = '\0';
-      return *this;
+    const std::uint32_t len = _cchLen;
+    if (ch != '\0' && std::size_t{len} + 1 < _cbBuf) {
+      char* const end = _psz + len;
+      if (*end == '\0') {
+        end[0] = ch;
+        end[1] = '\0';
+        _cchLen = len + 1;
+        return *this;
+      }
     }
     return _AppendChar(ch);
   }
@@ -325,7 +335,11 @@ class KVCLASS_API KvString {
   // Sets the text to `n` bytes at `p` (which may lie in this buffer), then a NUL.
   void _Assign(const char* p, std::size_t n);
   void _Append(const char* p, std::size_t n);
-  KvString& _AppendText(const char* psz);
+  // _Append when the text does not fit and `p` lies outside the buffer: the arena fills the new
+  // buffer from the old one and takes the old one back in the same call. False when no class holds
+  // the text (the general path then fails for it).
+  bool _AppendGrowing(const char* p, std::size_t n, std::size_t len);
+  KvString& _AppendText(const char* psz, std::size_t n);
   KvString& _AppendChar(char ch);
   void _SetLength(std::size_t n) { _cchLen = static_cast<std::uint32_t>(n); }
   template <class T>
@@ -337,7 +351,13 @@ class KVCLASS_API KvString {
   // The text's length as last seen, so that appending need not scan the text; kLengthUnknown
   // after a writable accessor was used. Checked against the NUL before each use.
   mutable std::uint32_t _cchLen = 0;
+  // The buffer's capacity, the size of its class (0 without a buffer), kept beside the pointers so
+  // that the inline appends need not read the class record. It fills what was padding: the object
+  // stays 24 bytes.
+  std::uint32_t _cbBuf = 0;
 };
+
+static_assert(sizeof(void*) != 8 || sizeof(KvString) == 24, "the capacity fills the padding behind the length");
 
 KVCLASS_API KvString operator+(const KvString& a, const KvString& b);
 KVCLASS_API KvString operator+(const KvString& a, const char* b);

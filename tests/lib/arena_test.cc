@@ -158,6 +158,63 @@ TEST(ArenaCarve, FreedBlockComesBackFirstAndZeroed) {
   KvGranularity::_Free(c, 130, TestWatcher());
 }
 
+TEST(ArenaCarve, CopiedBlocksHoldTheCopyThenZerosAndRegrowGivesTheOldOneBack) {
+  // Blocks of both sides of the 128-byte line (cleared whole, then copied; copied, then cleared
+  // behind), and a reused block full of old bytes each time.
+  for (const std::int32_t cls : {3, 5, 6, 9}) {
+    KvGranularity& g = Gran(cls);
+    const std::uint32_t size = g.GetSize();
+    char* dirty = static_cast<char*>(g.Alloc(size, TestWatcher()));
+    std::memset(dirty, 0x5A, size);
+    g.Free(dirty, TestWatcher());
+    std::string src(size, 'k');
+    const std::size_t keep = size / 2 + 3;
+    char* p = static_cast<char*>(g.AllocCopy(src.data(), keep, TestWatcher()));
+    ASSERT_EQ(p, dirty) << "the block just given back";
+    EXPECT_EQ(std::string(p, keep), src.substr(0, keep)) << size;
+    EXPECT_TRUE(std::all_of(p + keep, p + size, [](char x) { return x == 0; })) << size;
+
+    // Into the next class: the old block's text, zeros behind it, the old block back on its list.
+    KvGranularity& up = Gran(cls + 1);
+    const std::int64_t up_alloc = up.GetAllocated(), freed = g.GetFreed();
+    const std::int64_t w_alloc = TestWatcher()->GetAllocated(), w_freed = TestWatcher()->GetFreed();
+    char* q = static_cast<char*>(up.Regrow(&g, p, keep, TestWatcher()));
+    EXPECT_EQ(std::string(q, keep), src.substr(0, keep));
+    EXPECT_TRUE(std::all_of(q + keep, q + up.GetSize(), [](char x) { return x == 0; })) << up.GetSize();
+    EXPECT_EQ(g.GetNextFree(), p) << "the old block heads its free list";
+    EXPECT_EQ(up.GetAllocated(), up_alloc + 1);
+    EXPECT_EQ(g.GetFreed(), freed - 1);
+    EXPECT_EQ(TestWatcher()->GetAllocated(), w_alloc + 1);
+    EXPECT_EQ(TestWatcher()->GetFreed(), w_freed - 1);
+    up.Free(q, TestWatcher());
+  }
+  // Without an old block it is AllocCopy: all zero for nothing kept.
+  char* z = static_cast<char*>(Gran(4).Regrow(nullptr, nullptr, 0, TestWatcher()));
+  EXPECT_TRUE(std::all_of(z, z + 64, [](char x) { return x == 0; }));
+  Gran(4).Free(z, TestWatcher());
+  EXPECT_EQ(Gran(0).AllocCopy("x", 1, TestWatcher()), nullptr);
+  EXPECT_EQ(FailureOf([] { Gran(1).AllocCopy("123456789", 9, TestWatcher()); }),
+            Named("KvGranularity::Alloc(): Illegal attempt to\tallocate 0x9 bytes from Granularity with 0x8 bytes"));
+}
+
+TEST(ArenaFailures, RegrowOfABadOldBlockChangesNothing) {
+  char* p = static_cast<char*>(Gran(2).Alloc(16, TestWatcher()));
+  std::memcpy(p, "fifteen letters", 16);
+  char* const head = Gran(3).GetNextFree();
+  const std::int64_t alloc = Gran(3).GetAllocated(), freed = Gran(2).GetFreed();
+  EXPECT_EQ(FailureOf([&] { Gran(3).Regrow(&Gran(2), p + 4, 8, TestWatcher()); }),
+            Named("KvGranularity::Free(): pointer does not match granularity size"));
+  char* base = static_cast<char*>(KvGranularity::_GetBase());
+  EXPECT_EQ(FailureOf([&] { Gran(3).Regrow(&Gran(2), base + 0x100, 8, TestWatcher()); }),
+            Named("KvGranularity::Free(): pointer not in committed range"));
+  EXPECT_EQ(Gran(3).GetNextFree(), head) << "no block was taken";
+  EXPECT_EQ(Gran(3).GetAllocated(), alloc);
+  EXPECT_EQ(Gran(2).GetFreed(), freed);
+  EXPECT_STREQ(p, "fifteen letters") << "the old block is untouched and still the caller's";
+  // The lock was released on the way out.
+  std::thread([&] { Gran(2).Free(p, TestWatcher()); }).join();
+}
+
 #if defined(__SANITIZE_ADDRESS__)
 TEST(ArenaCarve, BlocksOnAFreeListArePoisonedButForTheirLink) {
   char* p = static_cast<char*>(KvGranularity::_Alloc(100, TestWatcher()));

@@ -3,6 +3,7 @@
 // std::string model.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <random>
 #include <string>
@@ -220,6 +221,90 @@ TEST(KvString, AppendsFromItsOwnBuffer) {
   EXPECT_STREQ(n, "xyab");
   n.ConcatN("zz", 0);
   EXPECT_STREQ(n, "xyab");
+}
+
+TEST(KvString, AGrownBufferHoldsTheTextThenOnlyNuls) {
+  // Old bytes behind the NUL of a shortened text never reach the next buffer, whichever way it
+  // grows: by a text, a character, from its own buffer, or ahead of time.
+  const auto tail_is_nul = [](const KvString& s) {
+    const char* p = s;
+    const long len = s.GetLength();
+    return std::all_of(p + len, p + s.GetMaxLength() + 1, [](char c) { return c == '\0'; });
+  };
+  KvString s(std::string(15, 'o').c_str());
+  s = "ab";
+  s += "0123456789ABCDEFGHIJ";
+  EXPECT_STREQ(s, "ab0123456789ABCDEFGHIJ");
+  EXPECT_EQ(s.GetMaxLength(), 31);
+  EXPECT_TRUE(tail_is_nul(s));
+
+  s = std::string(31, 'p').c_str();
+  s = "cd";
+  for (int i = 0; i < 40; ++i) s += 'x';
+  EXPECT_EQ(s.GetLength(), 42);
+  EXPECT_EQ(s.GetMaxLength(), 63);
+  EXPECT_TRUE(tail_is_nul(s));
+
+  s = std::string(63, 'q').c_str();
+  s = std::string(40, 'e').c_str();
+  s += s;  // 80 bytes from its own buffer: into the 128 class
+  EXPECT_EQ(std::string(s), std::string(80, 'e'));
+  EXPECT_TRUE(tail_is_nul(s));
+
+  s = std::string(127, 'r').c_str();
+  s = "fg";
+  s.AllocIfNecessary(2000);  // past the 128 line: copied, then cleared behind
+  EXPECT_EQ(s.GetMaxLength(), 4095);
+  EXPECT_STREQ(s, "fg");
+  EXPECT_TRUE(tail_is_nul(s));
+}
+
+TEST(KvString, AppendingFromItsOwnBufferReadsTheOldBufferBehindTheText) {
+  KvString s("abcdefghijklmno");  // the 16-byte class, full
+  s = "abc";                      // "abc", NUL, then the old "efghijklmno" and its NUL
+  const std::string old_buffer(s.GetCharPtr(), 16);
+  s.ConcatN(s.GetCharPtr(), 16);  // 19 bytes: a new class, the source in the buffer that goes
+  EXPECT_EQ(s.GetMaxLength(), 31);
+  EXPECT_EQ(std::string(static_cast<const char*>(s), 20), "abc" + old_buffer + '\0');
+  EXPECT_STREQ(s, "abcabc");
+  s = "0123456";                       // 7 bytes in the 32 class
+  s += static_cast<const char*>(s) + 1;  // fits: no growth, an overlapping source
+  EXPECT_STREQ(s, "0123456123456");
+}
+
+TEST(KvString, EachClassBoundaryCostsOneBufferAndTheOldOneGoesBack) {
+  const KvGranularityMemoryWatcher* w = KvString::_GetInternalAllocWatcher();
+  const std::int64_t allocated = w->GetAllocated(), freed = w->GetFreed();
+  {
+    KvString s;
+    for (int i = 0; i < 64; ++i) s += static_cast<char>('a' + i % 26);
+    EXPECT_EQ(w->GetAllocated() - allocated, 5);  // 8, 16, 32, 64, 128
+    EXPECT_EQ(w->GetFreed() - freed, -4);
+    for (int i = 0; i < 63; ++i) s += "0123456789ABCDEF";  // 1072 bytes: 256, 512, 1024, 4096
+    EXPECT_EQ(w->GetAllocated() - allocated, 9);
+    EXPECT_EQ(w->GetFreed() - freed, -8);
+    EXPECT_EQ(s.GetMaxLength(), 4095);
+  }
+  EXPECT_EQ(w->GetFreed() - freed, -9);
+}
+
+TEST(KvString, AMovedFromStringOwnsNothingAndGrowsAgain) {
+  KvString a("hello");
+  KvString b(std::move(a));
+  EXPECT_EQ(a.GetMaxLength(), 0);
+  a += "x";  // must take a buffer of its own, not write where the moved one was
+  a += 'y';
+  EXPECT_STREQ(a, "xy");
+  EXPECT_EQ(a.GetMaxLength(), 7);
+  b += " world";
+  EXPECT_STREQ(b, "hello world");
+  KvString c("zz");
+  c = std::move(b);
+  EXPECT_EQ(b.GetMaxLength(), 0);
+  b += 'q';
+  EXPECT_STREQ(b, "q");
+  EXPECT_STREQ(c, "hello world");
+  EXPECT_EQ(c.GetMaxLength(), 15);
 }
 
 TEST(KvString, WritesThroughAccessorsAreSeen) {
