@@ -1,5 +1,6 @@
 // The console report of the benchmarks that run beside SQLite: every run as usual, then for each
-// pair of benchmarks (ours, SQLite's) their rates from the same run and ours / SQLite's.
+// pair of benchmarks (ours, SQLite's) their rates from the same run and ours / SQLite's; with
+// --benchmark_repetitions, their medians.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -25,9 +26,12 @@ class SqliteRatioReporter : public benchmark::ConsoleReporter {
       : counter_(counter), unit_(unit), pairs_(std::move(pairs)) {}
 
   void ReportRuns(const std::vector<Run>& runs) override {
+    // With repetitions the median stands for the case (it is reported after the single runs and
+    // replaces them); the other aggregates (mean, deviation) are no rates to divide.
     for (const Run& r : runs) {
+      if (r.run_type == Run::RT_Aggregate && r.aggregate_name != "median") continue;
       auto it = r.counters.find(counter_);
-      if (it != r.counters.end()) rates_[r.benchmark_name()] = it->second.value;
+      if (it != r.counters.end()) rates_[r.run_name.str()] = it->second.value;
     }
     ConsoleReporter::ReportRuns(runs);
   }
